@@ -355,6 +355,13 @@ def paths_header(families):
             desc = e.name.rsplit("_", 1)[1] if "_" in e.name else "-"
             out.append(f"    X({e.signature.name}, {e.src_type}, {e.dst_type}, {desc}, {e.name}) \\")
         out.append("")
+    for title, single in (("PER_PATH", False), ("SHARED", True)):
+        out.append(f"// Every export whose two slots hold {'one shared' if single else 'per-path'} implementation{'' if single else 's'}.")
+        out.append(f"#define PVX_EXPORTS_{title}(X) \\")
+        for fam in families:
+            if fam.single == single:
+                out.append(f"    PVX_MEMBERS_{fam.name}(X) \\")
+        out.append("")
     out.append("")
     return "\n".join(out)
 

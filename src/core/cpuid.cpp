@@ -98,6 +98,8 @@ std::uint64_t detectCpuFeatures()
     return m;
 }
 
+namespace {
+
 std::int64_t detectLargestCacheBytes()
 {
     const Regs vendor = cpuid(0);
@@ -113,6 +115,14 @@ std::int64_t detectLargestCacheBytes()
         return l3 > l2 ? l3 : l2;
     }
     return 0;
+}
+
+}  // namespace
+
+std::int64_t largestCacheBytes()
+{
+    static const std::int64_t bytes = detectLargestCacheBytes();
+    return bytes;
 }
 
 }  // namespace pvx

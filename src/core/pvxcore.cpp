@@ -50,7 +50,7 @@ PvxStatus PVX_CALL pvxGetMaxCacheSizeB(int* pSizeBytes)
 {
     if (pSizeBytes == nullptr)
         return pvxStsNullPtrErr;
-    const std::int64_t bytes = pvx::detectLargestCacheBytes();
+    const std::int64_t bytes = pvx::largestCacheBytes();
     if (bytes <= 0)
         return pvxStsNotSupportedModeErr;
     *pSizeBytes = bytes > INT_MAX ? INT_MAX : static_cast<int>(bytes);

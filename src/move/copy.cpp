@@ -84,7 +84,7 @@ void copyBytesImage(const Byte* s, int srcStep, Byte* d, int dstStep, std::int64
     const std::int64_t total = row * height;
     bool stream = false;
     if (row >= kStreamMinRowBytes && total > kStreamMinTotalBytes) {
-        const std::int64_t cache = detectLargestCacheBytes();
+        const std::int64_t cache = largestCacheBytes();
         stream = cache > 0 && total > cache / 2;
     }
     if (stream)

@@ -1,0 +1,10 @@
+# Toolchain for the 32-bit x86 build on an x86-64 host (needs gcc-multilib and
+# g++-multilib): cmake -DCMAKE_TOOLCHAIN_FILE=cmake/i386.cmake -DPVX_GTEST_FROM_SOURCE=ON
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR i686)
+set(CMAKE_C_FLAGS_INIT -m32)
+set(CMAKE_CXX_FLAGS_INIT -m32)
+set(CMAKE_ASM_FLAGS_INIT -m32)
+set(CMAKE_EXE_LINKER_FLAGS_INIT -m32)
+set(CMAKE_SHARED_LINKER_FLAGS_INIT -m32)
+set(CMAKE_MODULE_LINKER_FLAGS_INIT -m32)
