@@ -226,7 +226,7 @@ def subsystem_header(subsystem, families):
 def umbrella_header(subsystems):
     out = [f"/* {GENERATED} */",
            "/* pvxi — image-processing primitives. Include this one header. */",
-           "#ifndef PVXI_H", "#define PVXI_H", "", '#include "pvxtypes.h"']
+           "#ifndef PVXI_H", "#define PVXI_H", "", '#include "pvxtypes.h"', '#include "pvxcore.h"']
     out += [f'#include "pvxi_{s}.h"' for s in subsystems]
     out += ["", "#endif /* PVXI_H */", ""]
     return "\n".join(out)

@@ -1,7 +1,8 @@
-// Small SSE2 helpers shared by the kernels.
+// Small SSE2/SSSE3 helpers shared by the kernels.
 #pragma once
 
 #include <emmintrin.h>
+#include <tmmintrin.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -47,5 +48,43 @@ inline __m128i select(__m128i sel, __m128i keep, __m128i take)
 {
     return _mm_or_si128(_mm_and_si128(sel, keep), _mm_andnot_si128(sel, take));
 }
+
+// Spreads the 16 bytes of a mask row over the bytes of the 16 pixels they
+// select (PixelBytes bytes each, so PixelBytes vectors). Vector k of a block
+// takes mask byte (16k + i) / PixelBytes into its byte i.
+template <int PixelBytes>
+class MaskSpread {
+public:
+    MaskSpread()
+    {
+        for (int k = 0; k < PixelBytes; ++k) {
+            alignas(16) unsigned char c[16];
+            for (int i = 0; i < 16; ++i)
+                c[i] = static_cast<unsigned char>((16 * k + i) / PixelBytes);
+            control_[k] = _mm_load_si128(reinterpret_cast<const __m128i*>(c));
+        }
+    }
+
+    // Per-byte lanes of vector k from per-pixel lanes (one byte per pixel).
+    __m128i spread(__m128i perPixel, int k) const
+    {
+        return _mm_shuffle_epi8(perPixel, control_[k]);
+    }
+
+private:
+    __m128i control_[PixelBytes];
+};
+
+// Which of 16 mask bytes are zero (0xff lanes), and whether all are.
+struct MaskBlock {
+    __m128i isZero;
+    int zeroBits;  // bit i set: mask byte i is zero
+
+    explicit MaskBlock(const void* mask)
+        : isZero(_mm_cmpeq_epi8(loadu(mask), _mm_setzero_si128())), zeroBits(_mm_movemask_epi8(isZero))
+    {
+    }
+    bool selectsNone() const { return zeroBits == 0xffff; }
+};
 
 PVX_END

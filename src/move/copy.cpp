@@ -208,6 +208,33 @@ PvxStatus copyFromPlanes(const T* const pSrc[Planes], int srcStep, T* pDst, int 
     return pvxStsOk;
 }
 
+// Copies the first Count elements of each pixel whose mask byte is non-zero,
+// 16 pixels at a time: blocks the mask leaves out are skipped, and in the
+// others every byte a pixel keeps is written back with the value read.
+template <class T, int Pixel, int Count>
+void copyMaskedRow(const T* s, T* d, const Pvx8u* m, int width, const MaskSpread<Pixel * sizeof(T)>& spread)
+{
+    constexpr int kPixelBytes = Pixel * sizeof(T);
+    const __m128i alwaysKeep = Count < Pixel ? alphaLanes<sizeof(T)>() : _mm_setzero_si128();
+    int x = 0;
+    for (; x + 16 <= width; x += 16) {
+        const MaskBlock block(m + x);
+        if (block.selectsNone())
+            continue;
+        const Byte* sp = reinterpret_cast<const Byte*>(s + x * Pixel);
+        Byte* dp = reinterpret_cast<Byte*>(d + x * Pixel);
+        for (int k = 0; k < kPixelBytes; ++k) {
+            const __m128i keep = _mm_or_si128(spread.spread(block.isZero, k), alwaysKeep);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dp + 16 * k),
+                             select(keep, loadu(dp + 16 * k), loadu(sp + 16 * k)));
+        }
+    }
+    for (; x < width; ++x)
+        if (m[x] != 0)
+            for (int c = 0; c < Count; ++c)
+                d[x * Pixel + c] = s[x * Pixel + c];
+}
+
 template <class T, int Pixel, int Count>
 PvxStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const Pvx8u* pMask,
                      int maskStep)
@@ -216,15 +243,10 @@ PvxStatus copyMasked(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize 
         return pvxStsNullPtrErr;
     if (roiEmpty(roiSize))
         return pvxStsSizeErr;
-    for (int y = 0; y < roiSize.height; ++y) {
-        const T* s = rowAt(pSrc, srcStep, y);
-        T* d = rowAt(pDst, dstStep, y);
-        const Pvx8u* m = rowAt(pMask, maskStep, y);
-        for (int x = 0; x < roiSize.width; ++x)
-            if (m[x] != 0)
-                for (int c = 0; c < Count; ++c)
-                    d[x * Pixel + c] = s[x * Pixel + c];
-    }
+    const MaskSpread<Pixel * sizeof(T)> spread;
+    for (int y = 0; y < roiSize.height; ++y)
+        copyMaskedRow<T, Pixel, Count>(rowAt(pSrc, srcStep, y), rowAt(pDst, dstStep, y), rowAt(pMask, maskStep, y),
+                                       roiSize.width, spread);
     return pvxStsOk;
 }
 

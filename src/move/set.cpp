@@ -194,13 +194,37 @@ PvxStatus setChannels(const T* values, T* pDst, int dstStep, PvxiSize roiSize)
     return pvxStsOk;
 }
 
+// Writes values[0..Count) into each pixel whose mask byte is non-zero, 16
+// pixels at a time (see copyMaskedRow): blocks the mask leaves out are
+// skipped, kept bytes are written back with the value read.
 template <class T, int Pixel, int Count>
 void setMaskedImage(const T* values, T* pDst, int dstStep, PvxiSize roiSize, const Pvx8u* pMask, int maskStep)
 {
+    constexpr int kPixelBytes = Pixel * sizeof(T);
+    T pixel[Pixel] = {};
+    for (int c = 0; c < Count; ++c)
+        pixel[c] = values[c];
+    const FillPattern pattern(pixel, Pixel);
+    const MaskSpread<kPixelBytes> spread;
+    const __m128i alwaysKeep = Count < Pixel ? alphaLanes<sizeof(T)>() : _mm_setzero_si128();
     for (int y = 0; y < roiSize.height; ++y) {
         T* d = rowAt(pDst, dstStep, y);
         const Pvx8u* m = rowAt(pMask, maskStep, y);
-        for (int x = 0; x < roiSize.width; ++x)
+        int x = 0;
+        for (; x + 16 <= roiSize.width; x += 16) {
+            const MaskBlock block(m + x);
+            if (block.selectsNone())
+                continue;
+            Byte* dp = reinterpret_cast<Byte*>(d + x * Pixel);
+            for (int k = 0; k < kPixelBytes; ++k) {
+                // 16 pixels start on a pixel boundary and 48 bytes hold whole
+                // pattern periods, so vector k repeats every three.
+                const __m128i take = loadu(pattern.bytes + (16 * k) % 48);
+                const __m128i keep = _mm_or_si128(spread.spread(block.isZero, k), alwaysKeep);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(dp + 16 * k), select(keep, loadu(dp + 16 * k), take));
+            }
+        }
+        for (; x < roiSize.width; ++x)
             if (m[x] != 0)
                 for (int c = 0; c < Count; ++c)
                     d[x * Pixel + c] = values[c];
