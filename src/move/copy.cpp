@@ -7,6 +7,7 @@
 #include "core/cpuid.h"
 #include "core/image.h"
 #include "core/simd.h"
+#include "core/string_ops.h"
 #include "pvxi.h"
 
 PVX_BEGIN
@@ -20,13 +21,17 @@ constexpr std::int64_t kStreamMinTotalBytes = 131072;
 // ...but only rows at least this long are streamed.
 constexpr std::int64_t kStreamMinRowBytes = 64;
 
-// Copies n bytes. Ordinary stores: bytewise up to a 16-byte-aligned
-// destination, then 64- and 16-byte blocks, then the tail. Streaming stores:
-// the destination is first brought to a cache-line boundary so that every
-// line is written whole.
+// Copies n bytes. Ordinary stores: a string move for long rows; otherwise
+// bytewise up to a 16-byte-aligned destination, then 64- and 16-byte blocks,
+// then the tail. Streaming stores: the destination is first brought to a
+// cache-line boundary so that every line is written whole.
 template <bool Stream>
 void copyRowBytes(Byte* d, const Byte* s, std::size_t n)
 {
+    if (!Stream && n >= kStringOpMinBytes) {
+        moveBytesForward(d, s, n);
+        return;
+    }
     std::size_t head = bytesToAlignment(d, Stream ? 64 : 16);
     if (head > n)
         head = n;

@@ -6,6 +6,7 @@
 #include "core/checks.h"
 #include "core/image.h"
 #include "core/simd.h"
+#include "core/string_ops.h"
 #include "pvxcore.h"
 #include "pvxi.h"
 
@@ -30,31 +31,12 @@ struct FillPattern {
     }
 };
 
-// A string store writes whole cache lines without reading them first, which
-// 16-byte stores cannot; past its start-up cost (about 2 KiB) it is the
-// fastest fill on every core that has fast strings, and no slower elsewhere.
-constexpr std::size_t kStringFillMinBytes = 2048;
-
-void fillDwords(void* d, std::uint32_t value, std::size_t count)
-{
-    __asm__ volatile("rep stosl" : "+D"(d), "+c"(count) : "a"(value) : "memory");
-}
-
-// Fills n bytes with the pattern, starting at its phase 0: bytewise up to an
-// aligned destination (16 bytes, or a cache line when streaming), then
-// 48-byte blocks of three vectors, then the tail. Patterns that repeat every
-// 4 bytes may instead go through a string store (see above).
+// Fills n bytes with the pattern, starting at its phase 0, with vector
+// stores: bytewise up to an aligned destination (16 bytes, or a cache line
+// when streaming), then 48-byte blocks of three vectors, then the tail.
 template <bool Stream>
-void fillRowBytes(Byte* d, std::size_t n, const FillPattern& p)
+void fillRowVectors(Byte* d, std::size_t n, const FillPattern& p)
 {
-    if (!Stream && n >= kStringFillMinBytes && 4 % p.period == 0) {
-        std::uint32_t dword;
-        std::memcpy(&dword, p.bytes, 4);
-        fillDwords(d, dword, n / 4);
-        for (std::size_t i = n & ~std::size_t{3}; i < n; ++i)
-            d[i] = p.bytes[i % 4];
-        return;
-    }
     std::size_t head = bytesToAlignment(d, Stream ? 64 : 16);
     if (head > n)
         head = n;
@@ -82,6 +64,32 @@ void fillRowBytes(Byte* d, std::size_t n, const FillPattern& p)
     }
     for (std::size_t i = 0; i < n; ++i)
         d[i] = tail[i];
+}
+
+// The first bytes of a long row are filled with vector stores and then
+// repeated over the rest with a forward string move: a multiple of every
+// pattern period (48 bytes) and of the cache line.
+constexpr std::size_t kSeedBytes = 3072;
+
+// Fills n bytes with the pattern from its phase 0. Long rows with ordinary
+// stores go through string instructions (see core/string_ops.h): a dword
+// fill for patterns that repeat every 4 bytes, otherwise a seed that a
+// forward move replicates.
+template <bool Stream>
+void fillRowBytes(Byte* d, std::size_t n, const FillPattern& p)
+{
+    if (!Stream && n >= kStringOpMinBytes && 4 % p.period == 0) {
+        std::uint32_t dword;
+        std::memcpy(&dword, p.bytes, 4);
+        fillDwords(d, dword, n / 4);
+        for (std::size_t i = n & ~std::size_t{3}; i < n; ++i)
+            d[i] = p.bytes[i % 4];
+    } else if (!Stream && n >= 2 * kSeedBytes) {
+        fillRowVectors<false>(d, kSeedBytes, p);
+        moveBytesForward(d + kSeedBytes, d, n - kSeedBytes);
+    } else {
+        fillRowVectors<Stream>(d, n, p);
+    }
 }
 
 // Fills below this size stay in the cache; the three-channel pattern is

@@ -125,13 +125,14 @@ TEST_P(SetTest, MatchesReference)
     runShapes(referenceShapes());
 }
 
-// Rows of 2 KiB and more, where fills of 1-, 2- and 4-byte patterns may take
-// a string store, at several destination offsets and odd tails.
+// Rows of 2 KiB and more, where fills may take a string store (1-, 2- and
+// 4-byte patterns) or replicate a vector-filled seed (other patterns, rows
+// from 6 KiB), at several destination offsets and odd tails.
 TEST_P(SetTest, LongRows)
 {
     const int pixelBytes = static_cast<int>(member().elem) * parseDescriptor(member().descriptor).dst.pixel;
     std::vector<Shape> shapes;
-    for (int bytes : {2047, 2048, 2050, 2051, 4099})
+    for (int bytes : {2047, 2048, 2050, 2051, 4099, 6143, 6145, 9001})
         for (unsigned a : {0u, 1u, 2u, 3u, 4u, 13u})
             shapes.push_back({(bytes + pixelBytes - 1) / pixelBytes, 2, 0, int(a * 4 + 1), 1, 1, a});
     shapes.push_back({700, 4, 0, 0, 1, 1, 6});  // contiguous: one long row
