@@ -21,6 +21,11 @@ inline void moveBytesForward(unsigned char* d, const unsigned char* s, std::size
     __asm__ volatile("rep movsb" : "+D"(d), "+S"(s), "+c"(n) : : "memory");
 }
 
+inline void fillBytes(void* d, unsigned char value, std::size_t count)
+{
+    __asm__ volatile("rep stosb" : "+D"(d), "+c"(count) : "a"(value) : "memory");
+}
+
 inline void fillDwords(void* d, std::uint32_t value, std::size_t count)
 {
     __asm__ volatile("rep stosl" : "+D"(d), "+c"(count) : "a"(value) : "memory");

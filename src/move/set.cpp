@@ -72,8 +72,8 @@ void fillRowVectors(Byte* d, std::size_t n, const FillPattern& p)
 constexpr std::size_t kSeedBytes = 3072;
 
 // Fills n bytes with the pattern from its phase 0. Long rows with ordinary
-// stores go through string instructions (see core/string_ops.h): a dword
-// fill for patterns that repeat every 4 bytes, otherwise a seed that a
+// stores go through string instructions (see core/string_ops.h): a byte or
+// dword fill for patterns that repeat every 4 bytes, otherwise a seed that a
 // forward move replicates.
 template <bool Stream>
 void fillRowBytes(Byte* d, std::size_t n, const FillPattern& p)
@@ -81,9 +81,13 @@ void fillRowBytes(Byte* d, std::size_t n, const FillPattern& p)
     if (!Stream && n >= kStringOpMinBytes && 4 % p.period == 0) {
         std::uint32_t dword;
         std::memcpy(&dword, p.bytes, 4);
-        fillDwords(d, dword, n / 4);
-        for (std::size_t i = n & ~std::size_t{3}; i < n; ++i)
-            d[i] = p.bytes[i % 4];
+        if (dword == p.bytes[0] * 0x01010101u) {
+            fillBytes(d, p.bytes[0], n);
+        } else {
+            fillDwords(d, dword, n / 4);
+            for (std::size_t i = n & ~std::size_t{3}; i < n; ++i)
+                d[i] = p.bytes[i % 4];
+        }
     } else if (!Stream && n >= 2 * kSeedBytes) {
         fillRowVectors<false>(d, kSeedBytes, p);
         moveBytesForward(d + kSeedBytes, d, n - kSeedBytes);
