@@ -130,17 +130,9 @@ void fillImage(const T* pixel, T* pDst, int dstStep, PvxiSize roi)
         _mm_sfence();
 }
 
-template <class T, int Channels>
-PvxStatus setWholePixels(T value, T* pDst, int dstStep, PvxiSize roiSize)
-{
-    static_assert(Channels == 1, "one value fills one channel");
-    if (pDst == nullptr)
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    fillImage<T, 1>(&value, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+// Each form takes its values by pointer (checked after the destination) or,
+// for one channel, one value by value: that form is the pointer form with a
+// pointer that cannot be null.
 
 template <class T, int Channels>
 PvxStatus setWholePixels(const T* values, T* pDst, int dstStep, PvxiSize roiSize)
@@ -151,6 +143,13 @@ PvxStatus setWholePixels(const T* values, T* pDst, int dstStep, PvxiSize roiSize
         return pvxStsSizeErr;
     fillImage<T, Channels>(values, pDst, dstStep, roiSize);
     return pvxStsOk;
+}
+
+template <class T, int Channels>
+PvxStatus setWholePixels(T value, T* pDst, int dstStep, PvxiSize roiSize)
+{
+    static_assert(Channels == 1, "one value fills one channel");
+    return setWholePixels<T, 1>(&value, pDst, dstStep, roiSize);
 }
 
 // Writes values[0..Count) into the first Count elements of each Pixel-element
@@ -184,18 +183,6 @@ void setChannelsImage(const T* values, T* pDst, int dstStep, PvxiSize roiSize)
 }
 
 template <class T, int Pixel, int Count>
-PvxStatus setChannels(T value, T* pDst, int dstStep, PvxiSize roiSize)
-{
-    static_assert(Count == 1, "one value fills one channel");
-    if (pDst == nullptr)
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    setChannelsImage<T, Pixel, 1>(&value, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
-
-template <class T, int Pixel, int Count>
 PvxStatus setChannels(const T* values, T* pDst, int dstStep, PvxiSize roiSize)
 {
     if (pDst == nullptr || values == nullptr)  // destination first
@@ -204,6 +191,13 @@ PvxStatus setChannels(const T* values, T* pDst, int dstStep, PvxiSize roiSize)
         return pvxStsSizeErr;
     setChannelsImage<T, Pixel, Count>(values, pDst, dstStep, roiSize);
     return pvxStsOk;
+}
+
+template <class T, int Pixel, int Count>
+PvxStatus setChannels(T value, T* pDst, int dstStep, PvxiSize roiSize)
+{
+    static_assert(Count == 1, "one value fills one channel");
+    return setChannels<T, Pixel, 1>(&value, pDst, dstStep, roiSize);
 }
 
 // Writes values[0..Count) into each pixel whose mask byte is non-zero, 16
@@ -244,18 +238,6 @@ void setMaskedImage(const T* values, T* pDst, int dstStep, PvxiSize roiSize, con
 }
 
 template <class T, int Pixel, int Count>
-PvxStatus setMasked(T value, T* pDst, int dstStep, PvxiSize roiSize, const Pvx8u* pMask, int maskStep)
-{
-    static_assert(Count == 1, "one value fills one channel");
-    if (anyNull(pDst, pMask))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    setMaskedImage<T, Pixel, 1>(&value, pDst, dstStep, roiSize, pMask, maskStep);
-    return pvxStsOk;
-}
-
-template <class T, int Pixel, int Count>
 PvxStatus setMasked(const T* values, T* pDst, int dstStep, PvxiSize roiSize, const Pvx8u* pMask, int maskStep)
 {
     if (anyNull(pDst, values, pMask))  // destination before the values
@@ -264,6 +246,13 @@ PvxStatus setMasked(const T* values, T* pDst, int dstStep, PvxiSize roiSize, con
         return pvxStsSizeErr;
     setMaskedImage<T, Pixel, Count>(values, pDst, dstStep, roiSize, pMask, maskStep);
     return pvxStsOk;
+}
+
+template <class T, int Pixel, int Count>
+PvxStatus setMasked(T value, T* pDst, int dstStep, PvxiSize roiSize, const Pvx8u* pMask, int maskStep)
+{
+    static_assert(Count == 1, "one value fills one channel");
+    return setMasked<T, Pixel, 1>(&value, pDst, dstStep, roiSize, pMask, maskStep);
 }
 
 }  // namespace
