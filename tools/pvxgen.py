@@ -16,17 +16,21 @@ this script writes, into the build directory:
                                                lists, for tests that call each path
   internal/pvxi_impl.h                         the per-path implementations, for families
                                                that fall back on another family
-  sources.cmake                                the family sources, by how they are built
+  sources.cmake                                the sources to compile, by how they are built
+  units/<dir>/<file>_<type>.cpp                one unit per element type of a split source
 
 Manifest syntax (one statement per line, '#' starts a comment):
 
   signature NAME RET (PARAMS)
       A prototype shape. $T stands for the element type of a one-type member,
       $S and $D for the source and destination types of a two-type member.
-  family NAME SOURCE [single]
+  family NAME SOURCE [single] [split]
       Starts a family implemented in src/SOURCE. 'single' families are built once
       with baseline flags and both dispatch slots hold the same implementation;
-      all others are built once per code path.
+      all others are built once per code path. 'split' compiles the source once
+      per source element type (a generated unit defines PVX_UNIT_<type>, e.g.
+      PVX_UNIT_16s, and includes the source; each unit binds only its members),
+      which keeps the translation units of very large families small.
   doc TEXT             One-line description for the public header.
   types SUFFIX...      Element types for the descriptor lines that follow
                        ('8u', or a pair such as '8u16s').
@@ -72,10 +76,11 @@ class Signature:
 
 
 class Export:
-    def __init__(self, name, family, signature, binding, types):
+    def __init__(self, name, family, signature, binding, types, unit):
         self.name, self.family, self.signature = name, family, signature
         self.binding = binding
         self.src_type, self.dst_type = types
+        self.unit = unit  # suffix of the source element type, such as 16s
 
     def subst(self, text):
         text = text.replace("$S", self.src_type).replace("$D", self.dst_type)
@@ -101,8 +106,8 @@ class Export:
 
 
 class Family:
-    def __init__(self, name, source, single, where):
-        self.name, self.source, self.single, self.where = name, source, single, where
+    def __init__(self, name, source, single, split, where):
+        self.name, self.source, self.single, self.split, self.where = name, source, single, split, where
         self.doc = ""
         self.exports = []
 
@@ -126,6 +131,10 @@ def split_params(params):
     if cur.strip():
         out.append(cur.strip())
     return out
+
+
+def first_type(suffix):
+    return TYPE_TOKEN.findall(suffix)[0]
 
 
 def type_pair(suffix, where):
@@ -156,9 +165,10 @@ def parse(paths):
                     signatures[m.group(1)] = Signature(m.group(1), m.group(2), m.group(3).strip(), where)
                 elif word == "family":
                     parts = rest.split()
-                    if len(parts) not in (2, 3) or (len(parts) == 3 and parts[2] != "single"):
-                        raise ManifestError(f"{where}: family NAME SOURCE [single]")
-                    family = Family(parts[0], parts[1], len(parts) == 3, where)
+                    flags = parts[2:]
+                    if len(parts) < 2 or any(f not in ("single", "split") for f in flags):
+                        raise ManifestError(f"{where}: family NAME SOURCE [single] [split]")
+                    family = Family(parts[0], parts[1], "single" in flags, "split" in flags, where)
                     families.append(family)
                     types = []
                 elif family is None:
@@ -180,16 +190,19 @@ def parse(paths):
                     if sig is None:
                         raise ManifestError(f"{where}: unknown signature '{sig_name}'")
                     if word == "export":
-                        members = [(parts[0], ("void", "void"))]
+                        if family.split:
+                            raise ManifestError(f"{where}: a split family has no untyped exports")
+                        members = [(parts[0], ("void", "void"), None)]
                     else:
                         if not types:
                             raise ManifestError(f"{where}: descriptor line before 'types'")
-                        members = [(f"pvxi{family.name}_{t}_{word}", type_pair(t, where)) for t in types]
-                    for name, pair in members:
+                        members = [(f"pvxi{family.name}_{t}_{word}", type_pair(t, where), first_type(t))
+                                   for t in types]
+                    for name, pair, unit in members:
                         if name in names:
                             raise ManifestError(f"{where}: {name} exported twice")
                         names.add(name)
-                        family.exports.append(Export(name, family, sig, binding, pair))
+                        family.exports.append(Export(name, family, sig, binding, pair, unit))
     for fam in families:
         if not fam.exports:
             raise ManifestError(f"{fam.where}: family {fam.name} has no members")
@@ -235,11 +248,23 @@ def umbrella_header(subsystems):
 def binding_file(source, families):
     out = [f"// {GENERATED}", f"// Wrappers binding each export of src/{source} to its implementation.",
            "PVX_BEGIN", ""]
-    for fam in families:
-        for e in fam.exports:
-            body = f"return {e.call};" if e.ret != "void" else f"{e.call};"
-            out.append(f'extern "C" {e.ret} PVX_CALL PVX_IMPL({e.name})({e.params})')
-            out.append(f"{{ {body} }}")
+    split = any(f.split for f in families)
+    exports = [e for fam in families for e in fam.exports]
+    if split:  # one block per unit
+        order = source_units(families)[families[0].source]
+        exports.sort(key=lambda e: order.index(e.unit))
+    unit = None
+    for e in exports:
+        if split and e.unit != unit:
+            if unit is not None:
+                out.append("#endif")
+            unit = e.unit
+            out.append(f"#ifdef PVX_UNIT_{unit}")
+        body = f"return {e.call};" if e.ret != "void" else f"{e.call};"
+        out.append(f'extern "C" {e.ret} PVX_CALL PVX_IMPL({e.name})({e.params})')
+        out.append(f"{{ {body} }}")
+    if unit is not None:
+        out.append("#endif")
     out += ["", "PVX_END", ""]
     return "\n".join(out)
 
@@ -379,19 +404,41 @@ def impl_header(families):
     return "\n".join(out)
 
 
-def sources_cmake(families, srcdir):
+def source_units(families):
+    """{source: [unit types]} of the split sources, in first-seen order."""
+    units = {}
+    for fam in families:
+        if fam.split:
+            seen = units.setdefault(fam.source, [])
+            seen += [u for u in dict.fromkeys(e.unit for e in fam.exports) if u not in seen]
+    return units
+
+
+def unit_file(source, unit):
+    return f"units/{os.path.splitext(source)[0]}_{unit}.cpp"
+
+
+def sources_cmake(families, srcdir, outdir):
     dual, single = [], []
     for fam in families:
         if not os.path.isfile(os.path.join(srcdir, fam.source)):
             raise ManifestError(f"{fam.where}: src/{fam.source} does not exist")
         (single if fam.single else dual).append(fam.source)
-    clash = set(dual) & set(single)
-    if clash:
-        raise ManifestError(f"{', '.join(sorted(clash))}: holds both single and per-path families")
+    for kind in ("single", "split"):
+        for source in {f.source for f in families}:
+            if len({getattr(f, kind) for f in families if f.source == source}) > 1:
+                raise ManifestError(f"src/{source}: its families disagree on '{kind}'")
+    units = source_units(families)
     dedup = lambda xs: sorted(set(xs))
+    paths = []
+    for source in dedup(dual):
+        if source in units:
+            paths += [os.path.join(outdir, unit_file(source, u)) for u in units[source]]
+        else:
+            paths.append(os.path.join(srcdir, source))
     return (f"# {GENERATED}\n"
-            f"set(PVX_PATH_SOURCES {' '.join(dedup(dual))})\n"
-            f"set(PVX_SINGLE_SOURCES {' '.join(dedup(single))})\n")
+            f"set(PVX_PATH_SOURCES {' '.join(paths)})\n"
+            f"set(PVX_SINGLE_SOURCES {' '.join(os.path.join(srcdir, s) for s in dedup(single))})\n")
 
 
 def main():
@@ -405,7 +452,7 @@ def main():
                        if f.endswith(".manifest"))
     try:
         families = parse(manifests)
-        cmake = sources_cmake(families, args.src_dir)
+        cmake = sources_cmake(families, os.path.abspath(args.src_dir), os.path.abspath(args.out_dir))
     except ManifestError as err:
         sys.exit(f"pvxgen: {err}")
 
@@ -422,6 +469,14 @@ def main():
         inc = os.path.splitext(source)[0] + ".inc"
         write_if_changed(os.path.join(out, "bind", inc),
                          binding_file(source, [f for f in families if f.source == source]))
+    for source, units in source_units(families).items():
+        for u in units:
+            write_if_changed(os.path.join(out, unit_file(source, u)),
+                             f"// {GENERATED}\n"
+                             "// A unit binds only its element type's members: helpers that only\n"
+                             "// other units use are expected to stay unused here.\n"
+                             '#pragma GCC diagnostic ignored "-Wunused-function"\n'
+                             f"#define PVX_UNIT_{u}\n#include \"{source}\"\n")
     write_if_changed(os.path.join(out, "dispatch", "stubs.S"), stubs_asm(families))
     names = [e.name for f in families for e in f.exports]
     write_if_changed(os.path.join(out, "pvxi.map"),
