@@ -34,6 +34,9 @@ Manifest syntax (one statement per line, '#' starts a comment):
   doc TEXT             One-line description for the public header.
   types SUFFIX...      Element types for the descriptor lines that follow
                        ('8u', or a pair such as '8u16s').
+  variant WORD         A variant word for the descriptor lines that follow, placed
+                       between the family and the type: pvxiNorm_L2_8u_C1R
+                       ('variant -' removes it).
   DESCRIPTOR SIGNATURE BINDING
       Adds pvxi<Family>_<type>_<DESCRIPTOR> for every type in effect. BINDING is
       the C++ callable the wrapper forwards all arguments to ($T, $S, $D allowed).
@@ -147,7 +150,7 @@ def type_pair(suffix, where):
 def parse(paths):
     signatures, families, names = {}, [], set()
     for path in paths:
-        family, types = None, []
+        family, types, variant = None, [], ""
         with open(path, encoding="utf-8") as f:
             for lineno, raw in enumerate(f, 1):
                 where = f"{os.path.basename(path)}:{lineno}"
@@ -170,11 +173,15 @@ def parse(paths):
                         raise ManifestError(f"{where}: family NAME SOURCE [single] [split]")
                     family = Family(parts[0], parts[1], "single" in flags, "split" in flags, where)
                     families.append(family)
-                    types = []
+                    types, variant = [], ""
                 elif family is None:
                     raise ManifestError(f"{where}: '{word}' outside a family")
                 elif word == "doc":
                     family.doc = rest
+                elif word == "variant":
+                    if not re.fullmatch(r"[A-Za-z0-9]+|-", rest):
+                        raise ManifestError(f"{where}: variant WORD")
+                    variant = "" if rest == "-" else rest
                 elif word == "types":
                     types = rest.split()
                     for t in types:
@@ -196,8 +203,8 @@ def parse(paths):
                     else:
                         if not types:
                             raise ManifestError(f"{where}: descriptor line before 'types'")
-                        members = [(f"pvxi{family.name}_{t}_{word}", type_pair(t, where), first_type(t))
-                                   for t in types]
+                        prefix = f"pvxi{family.name}_" + (f"{variant}_" if variant else "")
+                        members = [(f"{prefix}{t}_{word}", type_pair(t, where), first_type(t)) for t in types]
                     for name, pair, unit in members:
                         if name in names:
                             raise ManifestError(f"{where}: {name} exported twice")
