@@ -300,7 +300,13 @@ struct ElementRow {
     const Core& core;
     const Src* s;
 
-    void block(std::ptrdiff_t x, __m128i* out) const { core.run(s + x, out); }
+    // The source is prefetched 1 KiB ahead (harmless past the row's end:
+    // prefetches never fault); large float sources read a few percent faster.
+    void block(std::ptrdiff_t x, __m128i* out) const
+    {
+        _mm_prefetch(reinterpret_cast<const char*>(s + x) + 1024, _MM_HINT_T0);
+        core.run(s + x, out);
+    }
     void partial(std::ptrdiff_t x, int count, __m128i* out) const
     {
         alignas(16) Src tail[N] = {};

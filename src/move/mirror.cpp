@@ -433,24 +433,39 @@ void reflectDiagonal(const T* pSrc, int srcStep, T* pDst, int dstStep, int width
 
     const int fullW = N > 1 ? width - width % N : 0;
     const int fullH = N > 1 ? height - height % N : 0;
-    // Blocks of as many V rows as fill (about) one cache line of each
-    // destination row, by 64 V columns (destination rows): the lines a block
-    // writes are written whole, and its 4 KiB or so stay in the first-level
-    // cache.
-    constexpr int kBlockRows = 64 / P > N ? 64 / P : N;
-    constexpr int kBlockCols = 64;
-    for (int jb = 0; jb < fullH; jb += kBlockRows) {
-        const int jEnd = jb + kBlockRows < fullH ? jb + kBlockRows : fullH;
-        for (int ib = 0; ib < fullW; ib += kBlockCols) {
-            const int iEnd = ib + kBlockCols < fullW ? ib + kBlockCols : fullW;
-            for (int j = jb; j < jEnd; j += N)
-                for (int i = ib; i < iEnd; i += N) {
-                    // The tile's first row starts at its lowest address: with
-                    // flip 4, at column W - i - N.
-                    const Byte* s = rowAt(v0, vStep, j) + static_cast<std::intptr_t>(Anti ? width - i - N : i) * P;
-                    if constexpr (N > 1)
-                        tile.run(s, vStep, reinterpret_cast<Byte*>(dAt(i, j)), dstStep);
+    // Blocks of kBlockRows V rows (128 bytes of each destination row) by
+    // kBlockCols V columns (destination rows), in panels of kPanel V columns
+    // swept from the top of the source to its bottom, so that the lines a
+    // panel is writing (128 KiB) stay in the second-level cache. Before each
+    // block the destination lines of the next one are requested: a transpose
+    // writes a few bytes to many lines, which no hardware prefetcher foresees.
+    constexpr int kBlockRows = 128 / P > N ? 128 / P : N;
+    constexpr int kBlockCols = 32;
+    constexpr int kPanel = 1024;
+    for (int pb = 0; pb < fullW; pb += kPanel) {
+        const int pEnd = pb + kPanel < fullW ? pb + kPanel : fullW;
+        for (int jb = 0; jb < fullH; jb += kBlockRows) {
+            const int jEnd = jb + kBlockRows < fullH ? jb + kBlockRows : fullH;
+            for (int ib = pb; ib < pEnd; ib += kBlockCols) {
+                const int iEnd = ib + kBlockCols < pEnd ? ib + kBlockCols : pEnd;
+                // The next block: the one to the right, or the first of the
+                // next row of blocks.
+                const int nextJ = iEnd < pEnd ? jb : jEnd, nextI = iEnd < pEnd ? iEnd : pb;
+                for (int i = nextI; nextJ < fullH && i < nextI + kBlockCols && i < pEnd; ++i) {
+                    const char* line = reinterpret_cast<const char*>(dAt(i, nextJ));
+                    _mm_prefetch(line, _MM_HINT_T0);
+                    if (nextJ + 64 / P < fullH)
+                        _mm_prefetch(line + 64, _MM_HINT_T0);
                 }
+                for (int j = jb; j < jEnd; j += N)
+                    for (int i = ib; i < iEnd; i += N) {
+                        // The tile's first row starts at its lowest address:
+                        // with flip 4, at column W - i - N.
+                        const Byte* s = rowAt(v0, vStep, j) + static_cast<std::intptr_t>(Anti ? width - i - N : i) * P;
+                        if constexpr (N > 1)
+                            tile.run(s, vStep, reinterpret_cast<Byte*>(dAt(i, j)), dstStep);
+                    }
+            }
         }
     }
     // What the tiles leave, pixel by pixel in blocks: the V columns from

@@ -115,152 +115,116 @@ inline void swapPixels(Byte* a, Byte* b)
 
 // ---------------------------------------------------------------- out of place
 
-// Source rectangle of rows x cols pixels at s to the cols x rows rectangle at
-// d, pixel by pixel, one destination row after the other.
-template <int P>
-void transposePixels(const Byte* s, ptrdiff_t ss, Byte* d, ptrdiff_t ds, int rows, int cols)
-{
-    for (int c = 0; c < cols; ++c)
-        for (int r = 0; r < rows; ++r)
-            movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
-}
-
-// The lines of the tile that comes next, fetched while the current tile is
-// transposed: a tile's source rows lie in as many pages as it has rows, and
-// its destination rows in as many again, too many streams for the hardware
-// prefetchers to follow.
+// The source lines of the tile that comes next, fetched while the current
+// tile is transposed: its rows lie in as many pages as it has rows, too many
+// streams for the hardware prefetchers to follow.
 struct NextTile {
     const Byte* src = nullptr;  // null: nothing to fetch
-    ptrdiff_t srcStep = 0;
-    int rows = 0, rowBytes = 0;  // source rows and the bytes of each
-    const Byte* dst = nullptr;   // null: destination not fetched
-    ptrdiff_t dstStep = 0;
-    int dstRows = 0, dstRowBytes = 0;
+    ptrdiff_t step = 0;
+    int rows = 0, rowBytes = 0;
 
-    // Fetches share `part` of `parts` of the source and destination rows.
+    // Fetches share `part` of `parts` of the rows.
     void fetch(int part, int parts) const
     {
-        const auto lines = [](const Byte* row, int bytes) {
-            for (int b = 0; b < bytes; b += 64)
-                _mm_prefetch(reinterpret_cast<const char*>(row + b), _MM_HINT_T0);
-        };
         for (int r = rows * part / parts; r < rows * (part + 1) / parts; ++r)
-            lines(src + r * srcStep, rowBytes);
-        for (int r = dstRows * part / parts; dst && r < dstRows * (part + 1) / parts; ++r)
-            lines(dst + r * dstStep, dstRowBytes);
+            for (int b = 0; b < rowBytes; b += 64)
+                _mm_prefetch(reinterpret_cast<const char*>(src + r * step + b), _MM_HINT_T0);
     }
 };
 
-// The same with whole K x K blocks in registers; the strips narrower than a
-// block at the right and bottom go pixel by pixel. The blocks go along bands
-// of K source rows, so each source line is read whole before the next band;
-// each band also fetches its share of the next tile.
-template <int P>
+// Transposes the rows x cols source rectangle at s (at most 64 x 64) to the
+// cols x rows rectangle at d: whole K x K blocks in registers, the strips
+// narrower than a block at the right and bottom pixel by pixel. The blocks go
+// down strips of K source columns, so the K destination rows of a strip are
+// written front to back and each of their cache lines is complete after a
+// few blocks, whatever the destination step. (Going along source rows instead
+// would keep all 64 destination lines of the tile half written; with a step
+// near a multiple of 4 KiB they share a few cache sets and evict one another,
+// twice as slow.) Each strip also fetches its share of the next tile's
+// source and, unless it writes a staging block, the destination rows four
+// strips ahead in this tile (none for 8-bit pixels, whose tiles have four
+// strips): near enough to stay in the first-level cache, early enough to hide
+// the time it takes to own the lines. Fetching further ahead measured slower.
+template <int P, bool ToStage = false>
 void transposeRect(const Byte* s, ptrdiff_t ss, Byte* d, ptrdiff_t ds, int rows, int cols, const NextTile& next)
 {
     constexpr int K = kBlock<P>;
     const int fullRows = rows - rows % K, fullCols = cols - cols % K;
-    if (next.src && fullRows == 0)
-        next.fetch(0, 1);
-    if constexpr (K > 1) {
-        for (int r = 0; r < fullRows; r += K) {
-            if (next.src)
-                next.fetch(r / K, fullRows / K);
-            for (int c = 0; c < fullCols; c += K) {
+    for (int c = 0; c < fullCols; c += K) {
+        if (next.src)
+            next.fetch(c / K, fullCols / K);
+        for (int i = c + 4 * K; !ToStage && i < minOf(c + 5 * K, cols); ++i)
+            for (int b = 0; b < rows * P; b += 64)
+                _mm_prefetch(reinterpret_cast<const char*>(d + i * ds + b), _MM_HINT_T0);
+        if constexpr (K > 1) {
+            for (int r = 0; r < fullRows; r += K) {
                 Block<P> b;
                 b.load(s + r * ss + c * P, ss);
                 b.transpose();
                 b.store(d + c * ds + r * P, ds);
             }
-        }
-        transposePixels<P>(s + fullCols * P, ss, d + fullCols * ds, ds, rows, cols - fullCols);
-        transposePixels<P>(s + fullRows * ss, ss, d + fullRows * P, ds, rows - fullRows, fullCols);
-    } else {
-        for (int r = 0; r < rows; ++r) {
-            if (next.src)
-                next.fetch(r, rows);
-            for (int c = 0; c < cols; ++c)
+        } else {
+            for (int r = 0; r < rows; ++r)
                 movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
         }
     }
+    if (next.src && fullCols == 0)
+        next.fetch(0, 1);
+    // The strips left over: the columns at the right, then the rows at the bottom.
+    for (int c = fullCols; c < cols; ++c)
+        for (int r = 0; r < rows; ++r)
+            movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
+    for (int c = 0; c < fullCols; ++c)
+        for (int r = fullRows; r < rows; ++r)
+            movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
 }
 
-// Copies n bytes of a staged row to the destination: 16-byte vectors, then
-// 8, 4 and single bytes. Streamed rows are whole cache lines.
-template <bool Stream>
-inline void putRow(Byte* d, const Byte* s, int n)
-{
-    int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        if (Stream)
-            storeStream(d + i, loadu(s + i));
-        else
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), loadu(s + i));
-    }
-    if (n - i >= 8) {
-        std::memcpy(d + i, s + i, 8);
-        i += 8;
-    }
-    if (n - i >= 4) {
-        std::memcpy(d + i, s + i, 4);
-        i += 4;
-    }
-    for (; i < n; ++i)
-        d[i] = s[i];
-}
-
-// The staging block holds the destination rows of kStageCols source columns,
-// 64 pixels each, in at most 16 KiB.
+// The large-image kernel's tile of 64 x 64 pixels: transposed into a staging
+// block (at most 16 KiB, in the first-level cache) in strips of kStageCols
+// source columns, whose destination rows then go out one after the other
+// with stores that bypass the cache. Every destination row of the tile,
+// 64 * P bytes, covers whole cache lines (the caller guarantees a destination
+// pointer and step that are multiples of 64, a height that is a multiple of
+// 64), and its lines are written whole by consecutive stores: what streaming
+// stores need to avoid reading the lines first.
 constexpr int kStageBytes = 16384;
 template <int P>
 constexpr int kStageCols = minOf(64, kStageBytes / (64 * P));  // a multiple of K: 64 / P against 16 / P
 
-// One tile of rows x cols source pixels (both at most 64). The tile is
-// transposed into a staging block, which stays in the first-level cache, and
-// the staged rows are copied to the destination one after the other, so each
-// destination line is written whole at once. Transposing straight into the
-// image would keep up to 64 destination lines half written for the whole
-// tile; with a step near a multiple of 4 KiB they fall into a few cache sets
-// and evict one another before they are complete (twice as slow).
-template <int P, bool Stream>
-void transposeTile(const Byte* s, ptrdiff_t ss, Byte* d, ptrdiff_t ds, int rows, int cols, const NextTile& next)
+template <int P>
+void streamTile(const Byte* s, ptrdiff_t ss, Byte* d, ptrdiff_t ds, const NextTile& next)
 {
-    alignas(64) Byte stage[kStageCols<P> * 64 * P];
-    const int stageStep = rows * P;
-    for (int c0 = 0; c0 < cols; c0 += kStageCols<P>) {
-        const int n = minOf(kStageCols<P>, cols - c0);
-        transposeRect<P>(s + c0 * P, ss, stage, stageStep, rows, n, c0 == 0 ? next : NextTile{});
+    constexpr int kRowBytes = 64 * P;
+    alignas(64) Byte stage[kStageCols<P> * kRowBytes];
+    for (int c0 = 0; c0 < 64; c0 += kStageCols<P>) {
+        const int n = minOf(kStageCols<P>, 64 - c0);
+        transposeRect<P, true>(s + c0 * P, ss, stage, kRowBytes, 64, n, c0 == 0 ? next : NextTile{});
         for (int c = 0; c < n; ++c)
-            putRow<Stream>(d + (c0 + c) * ds, stage + c * stageStep, stageStep);
+            for (int i = 0; i < kRowBytes; i += 16)
+                storeStream(d + (c0 + c) * ds + i, loadu(stage + c * kRowBytes + i));
     }
 }
 
 // The image in tiles of t x t pixels, band by band of t source rows, the last
-// band and the last tile of each band cut to what remains. Each tile fetches
-// the next one, its destination rows too unless they are streamed.
+// band and the last tile of each band cut to what remains; each tile fetches
+// the source of the next.
 template <int P, bool Stream>
 void transposeBands(const Byte* s, int srcStep, Byte* d, int dstStep, PvxiSize roi, int t)
 {
     for (int y = 0; y < roi.height; y += t) {
         const int rows = minOf(t, roi.height - y);
         for (int x = 0; x < roi.width; x += t) {
-            const int cols = minOf(t, roi.width - x);
             NextTile next;
             const int nx = x + t < roi.width ? x + t : 0, ny = x + t < roi.width ? y : y + t;
-            if (ny < roi.height) {
-                next.src = rowAt(s, srcStep, ny) + ptrdiff_t{nx} * P;
-                next.srcStep = srcStep;
-                next.rows = minOf(t, roi.height - ny);
-                next.rowBytes = minOf(t, roi.width - nx) * P;
-                if (!Stream) {
-                    next.dst = rowAt(d, dstStep, nx) + ptrdiff_t{ny} * P;
-                    next.dstStep = dstStep;
-                    next.dstRows = minOf(t, roi.width - nx);
-                    next.dstRowBytes = next.rows * P;
-                }
-            }
-            transposeTile<P, Stream>(rowAt(s, srcStep, y) + ptrdiff_t{x} * P, srcStep,
-                                     rowAt(d, dstStep, x) + ptrdiff_t{y} * P, dstStep, rows, cols, next);
+            if (ny < roi.height)
+                next = {rowAt(s, srcStep, ny) + ptrdiff_t{nx} * P, srcStep, minOf(t, roi.height - ny),
+                        minOf(t, roi.width - nx) * P};
+            const Byte* tileSrc = rowAt(s, srcStep, y) + ptrdiff_t{x} * P;
+            Byte* tileDst = rowAt(d, dstStep, x) + ptrdiff_t{y} * P;
+            if (Stream)
+                streamTile<P>(tileSrc, srcStep, tileDst, dstStep, next);
+            else
+                transposeRect<P>(tileSrc, srcStep, tileDst, dstStep, rows, minOf(t, roi.width - x), next);
         }
     }
 }
@@ -272,11 +236,7 @@ void transposeTiles(const Byte* s, int srcStep, Byte* d, int dstStep, PvxiSize r
     transposeBands<P, false>(s, srcStep, d, dstStep, roi, minOf(64, minOf(roi.width, roi.height)));
 }
 
-// Large-image kernel: whole 64 x 64 tiles whose staged rows go out with
-// stores that bypass the cache. The caller guarantees a destination pointer
-// and step that are multiples of 64 and a height that is a multiple of 64, so
-// every staged row, 64 * P bytes, covers whole cache lines written by
-// consecutive stores: what streaming stores need to avoid reading the lines.
+// Large images: whole 64 x 64 tiles, streamed.
 template <int P>
 void transposeStreaming(const Byte* s, int srcStep, Byte* d, int dstStep, PvxiSize roi)
 {
