@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds pvx and runs the demo tool: version record, CPU features, selected
-# code path, and Copy/Set beside memcpy/memset.
+# code path, and a small pipeline of operations timed beside memcpy.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh demo
