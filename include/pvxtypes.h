@@ -29,6 +29,15 @@
 #  define PVX_EXTERN_C_END
 #endif
 
+/* The enumerations are plain 32-bit ints at the interface. C++ sees them with
+ * int as their underlying type, so that every int a C caller may pass (an
+ * unsupported operator, say) is a valid value there too. */
+#ifdef __cplusplus
+#  define PVX_ENUM_INT : int
+#else
+#  define PVX_ENUM_INT
+#endif
+
 /* Scalar types, one per element-type suffix of the exported names. */
 typedef uint8_t  Pvx8u;
 typedef int8_t   Pvx8s;
@@ -58,7 +67,7 @@ typedef struct { int x; int y; } PvxiPoint;
 typedef struct { Pvx32u borderLeft; Pvx32u borderTop; Pvx32u borderRight; Pvx32u borderBottom; } PvxiBorderSize;
 
 /* Element-type codes taken by size queries and initialisers. */
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvx8u = 1,
     pvx16u = 5,
     pvx16s = 7,
@@ -66,7 +75,7 @@ typedef enum {
     pvx64f = 19
 } PvxDataType;
 
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvxRndZero = 0,      /* toward zero */
     pvxRndNear = 1,      /* nearest, halves to even */
     pvxRndFinancial = 2  /* nearest, halves away from zero */
@@ -74,13 +83,13 @@ typedef enum {
 
 /* Accuracy hint of the floating-point statistics: only Accurate selects
  * double-precision accumulation. */
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvxAlgHintNone = 0,
     pvxAlgHintFast = 1,
     pvxAlgHintAccurate = 2
 } PvxHintAlgorithm;
 
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvxCmpLess = 0,
     pvxCmpLessEq = 1,
     pvxCmpEq = 2,
@@ -89,7 +98,7 @@ typedef enum {
 } PvxCmpOp;
 
 /* Border kind in the low four bits, plus side flags for in-memory borders. */
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvxBorderConst = 0,
     pvxBorderRepl = 1,
     pvxBorderInMem = 6,
@@ -100,7 +109,7 @@ typedef enum {
     pvxBorderInMemRight = 0x80
 } PvxiBorderType;
 
-typedef enum {
+typedef enum PVX_ENUM_INT {
     pvxInterNearest = 1,
     pvxInterLinear = 2,
     pvxInterCubic = 6,
@@ -180,7 +189,7 @@ typedef struct {
     X(pvxStsNotSupportedModeErr, -9999)
 
 #define PVX_STATUS_ENUMERATOR(name, value) name = value,
-typedef enum { PVX_STATUS_LIST(PVX_STATUS_ENUMERATOR) } PvxStatusCode;
+typedef enum PVX_ENUM_INT { PVX_STATUS_LIST(PVX_STATUS_ENUMERATOR) } PvxStatusCode;
 #undef PVX_STATUS_ENUMERATOR
 
 /* The result of every exported function: a signed 32-bit status. */
