@@ -35,15 +35,19 @@
 //    pointers in the lambdas: the buffers live as long as the calls do.
 //    Source and destination must be separate images.
 //
-// bench_move.cpp is the pattern to follow.
+// Most rows read whole images and write one: addImageRows() makes such rows
+// for the usual sizes, and bench_move.cpp is the pattern to follow.
 #ifndef PVX_BENCH_HARNESS_H
 #define PVX_BENCH_HARNESS_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "pvxcore.h"
 #include "pvxi.h"
@@ -186,7 +190,74 @@ void addRow(Row row);
 // PVX_BENCH_FAMILY expands to.
 bool addFamily(const char* name, void (*addRows)());
 
+// ---------------------------------------------------------------- rows over whole images
+
+// The sizes of addImageRows: full HD and 4K UHD.
+constexpr PvxiSize kImageSizes[] = {{1920, 1080}, {3840, 2160}};
+
+// Adds one row per size of kImageSizes for an operation that reads Sources
+// (0 to 2) whole images of S and writes one of D, all of C channels. The
+// sources have the row's size, the destination dstSizeOf(size) (by default
+// the same). `pvx` is called as (src1, src1Step, [src2, src2Step,] dst,
+// dstStep, size), the argument order of most pvx functions; `peer`, made by
+// PVX_BENCH_PEER, gets the images' Mats in the same order. `prepare`, when
+// given, rewrites each source's values once. A row without sources only
+// writes: its limit is a memset.
+template <typename S, int C, typename D = S, int Sources = 1, typename PvxCall, typename PeerCall>
+void addImageRows(const char* op, const char* detail, PvxCall pvx, [[maybe_unused]] PeerCall peer,
+                  PvxiSize (*dstSizeOf)(PvxiSize) = nullptr, void (*prepare)(Image&) = nullptr)
+{
+    static_assert(Sources >= 0 && Sources <= 2, "up to two sources");
+    for (const PvxiSize size : kImageSizes) {
+        const PvxiSize dstSize = dstSizeOf ? dstSizeOf(size) : size;
+        Row row;
+        row.op = op;
+        row.detail = detail;
+        row.size = size;
+        row.bytesRead = Sources * std::int64_t(size.width) * size.height * C * std::int64_t(sizeof(S));
+        row.bytesWritten = std::int64_t(dstSize.width) * dstSize.height * C * std::int64_t(sizeof(D));
+        row.limit = Sources == 0 ? Limit::Fill : Limit::Copy;
+        row.setup = [pvx, peer, size, dstSize, prepare] {
+            std::array<ImagePtr, Sources> src;
+            for (ImagePtr& img : src) {
+                img = newImage<S, C>(size);
+                if (prepare)
+                    prepare(*img);
+            }
+            const ImagePtr dst = newImage<D, C>(dstSize);
+            Calls calls;
+            calls.pvx = [pvx, src, dst, size]() -> PvxStatus {
+                if constexpr (Sources == 0)
+                    return pvx(dst->ptr<D>(), dst->step, size);
+                else if constexpr (Sources == 1)
+                    return pvx(src[0]->template ptr<S>(), src[0]->step, dst->ptr<D>(), dst->step, size);
+                else
+                    return pvx(src[0]->template ptr<S>(), src[0]->step, src[1]->template ptr<S>(), src[1]->step,
+                               dst->ptr<D>(), dst->step, size);
+            };
+#ifdef PVX_BENCH_HAVE_OPENCV
+            std::array<cv::Mat, Sources + 1> mats;
+            for (int i = 0; i < Sources; ++i)
+                mats[i] = asMat(*src[i]);
+            mats[Sources] = asMat(*dst);
+            calls.peer = [peer, src, dst, mats]() mutable { std::apply(peer, mats); };
+#endif
+            return calls;
+        };
+        addRow(std::move(row));
+    }
+}
+
 }  // namespace pvxbench
+
+// The OpenCV call of addImageRows: a lambda over the images' Mats, e.g.
+// PVX_BENCH_PEER((auto& s, auto& d), s.copyTo(d)); nothing in builds without
+// OpenCV.
+#ifdef PVX_BENCH_HAVE_OPENCV
+#define PVX_BENCH_PEER(mats, ...) [] mats { __VA_ARGS__; }
+#else
+#define PVX_BENCH_PEER(mats, ...) nullptr
+#endif
 
 // PVX_BENCH_FAMILY(name) { addRow(...); ... } defines the function that adds
 // the rows of family `name`.

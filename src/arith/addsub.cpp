@@ -84,56 +84,39 @@ constexpr std::int64_t maxMagnitude()
 // Add and Sub: pointers, ROI size; only types other than 8u, 16u and 16s
 // check steps. A scale factor that rounds every result to 0 fills the
 // destination through Set.
-template <class T, int Pixel, int Used, bool Subtract>
-PvxStatus addSubImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
-                       PvxiSize roiSize, int scaleFactor)
-{
-    if (anyNull(pSrc1, pSrc2, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if constexpr (!kNarrowInt<T>)
-        if (src1Step < 1 || src2Step < 1 || dstStep < 1)
-            return pvxStsStepErr;
-    if constexpr (kNarrowInt<T>)
-        if (scaleFactor >= zeroFrom(maxMagnitude<T, Subtract>()))
-            return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
-    const AddSubOp<T, Subtract> op(scaleFactor);
-    if (Subtract)  // source 2 - source 1
-        runImages<T, Pixel, Used>(op, pSrc2, src2Step, pSrc1, src1Step, pDst, dstStep, roiSize);
-    else
-        runImages<T, Pixel, Used>(op, pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+template <bool Subtract>
+struct AddSubImages {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize, int scaleFactor = 0)
+    {
+        if (anyNull(pSrc1, pSrc2, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if constexpr (!kNarrowInt<T>)
+            if (src1Step < 1 || src2Step < 1 || dstStep < 1)
+                return pvxStsStepErr;
+        if constexpr (kNarrowInt<T>)
+            if (scaleFactor >= zeroFrom(maxMagnitude<T, Subtract>()))
+                return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
+        const AddSubOp<T, Subtract> op(scaleFactor);
+        if (Subtract)  // source 2 - source 1
+            runImages<T, Pixel, Used>(op, pSrc2, src2Step, pSrc1, src1Step, pDst, dstStep, roiSize);
+        else
+            runImages<T, Pixel, Used>(op, pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+        return pvxStsOk;
+    }
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus add(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize,
-              int scaleFactor = 0)
-{
-    return addSubImages<T, Pixel, Used, false>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor);
-}
-
-// In place: the source-and-destination image is source 2 and destination.
+constexpr ImageForms<AddSubImages<false>, T, Pixel, Used> add{};
 template <class T, int Pixel, int Used>
-PvxStatus addI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubImages<T, Pixel, Used, false>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize,
-                                               scaleFactor);
-}
-
+constexpr ImageForms<AddSubImages<false>, T, Pixel, Used> addI{};
 template <class T, int Pixel, int Used>
-PvxStatus sub(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize,
-              int scaleFactor = 0)
-{
-    return addSubImages<T, Pixel, Used, true>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, scaleFactor);
-}
-
+constexpr ImageForms<AddSubImages<true>, T, Pixel, Used> sub{};
 template <class T, int Pixel, int Used>
-PvxStatus subI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubImages<T, Pixel, Used, true>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize,
-                                              scaleFactor);
-}
+constexpr ImageForms<AddSubImages<true>, T, Pixel, Used> subI{};
 
 // ---------------------------------------------------------------- image and constant
 
@@ -143,82 +126,43 @@ PvxStatus subI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize 
 // rounds every result to 0 sets 0; adding non-zero constants to unsigned data
 // at a scale factor below -(bits - 1) saturates every result, so sets the
 // maximum.
-template <class T, int Pixel, int Used, bool Subtract>
-PvxStatus addSubConstant(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize,
-                         int scaleFactor)
-{
-    if (anyNull(pSrc, values, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if constexpr (kNarrowInt<T>) {
-        if (scaleFactor == 0 && allEqual<T, Used>(values, 0))
-            return copyImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize);
-        if (scaleFactor >= zeroFrom(maxMagnitude<T, Subtract>()))
-            return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
-        if constexpr (!Subtract && std::is_unsigned_v<T>) {
-            bool noneZero = true;
-            for (int c = 0; c < Used; ++c)
-                noneZero = noneZero && values[c] != 0;
-            if (noneZero && scaleFactor < 1 - 8 * static_cast<int>(sizeof(T)))
-                return setImage<T, Pixel, Used>(std::numeric_limits<T>::max(), pDst, dstStep, roiSize);
+template <bool Subtract>
+struct AddSubConstant {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize,
+                         int scaleFactor = 0)
+    {
+        if (anyNull(pSrc, values, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if constexpr (kNarrowInt<T>) {
+            if (scaleFactor == 0 && allEqual<T, Used>(values, 0))
+                return copyImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize);
+            if (scaleFactor >= zeroFrom(maxMagnitude<T, Subtract>()))
+                return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
+            if constexpr (!Subtract && std::is_unsigned_v<T>) {
+                bool noneZero = true;
+                for (int c = 0; c < Used; ++c)
+                    noneZero = noneZero && values[c] != 0;
+                if (noneZero && scaleFactor < 1 - 8 * static_cast<int>(sizeof(T)))
+                    return setImage<T, Pixel, Used>(std::numeric_limits<T>::max(), pDst, dstStep, roiSize);
+            }
         }
+        runConstant<T, Pixel, Used>(AddSubOp<T, Subtract>(scaleFactor), pSrc, srcStep, values, pDst, dstStep,
+                                    roiSize);
+        return pvxStsOk;
     }
-    runConstant<T, Pixel, Used>(AddSubOp<T, Subtract>(scaleFactor), pSrc, srcStep, values, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus addC(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, false>(pSrc, srcStep, values, pDst, dstStep, roiSize, scaleFactor);
-}
-
+constexpr ConstantForms<AddSubConstant<false>, T, Pixel, Used> addC{};
 template <class T, int Pixel, int Used>
-PvxStatus addC(const T* pSrc, int srcStep, T value, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, false>(pSrc, srcStep, &value, pDst, dstStep, roiSize, scaleFactor);
-}
-
+constexpr ConstantForms<AddSubConstant<false>, T, Pixel, Used> addCI{};
 template <class T, int Pixel, int Used>
-PvxStatus addCI(const T* values, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, false>(pSrcDst, srcDstStep, values, pSrcDst, srcDstStep, roiSize,
-                                                 scaleFactor);
-}
-
+constexpr ConstantForms<AddSubConstant<true>, T, Pixel, Used> subC{};
 template <class T, int Pixel, int Used>
-PvxStatus addCI(T value, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, false>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize,
-                                                 scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus subC(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, true>(pSrc, srcStep, values, pDst, dstStep, roiSize, scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus subC(const T* pSrc, int srcStep, T value, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, true>(pSrc, srcStep, &value, pDst, dstStep, roiSize, scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus subCI(const T* values, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, true>(pSrcDst, srcDstStep, values, pSrcDst, srcDstStep, roiSize,
-                                                scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus subCI(T value, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return addSubConstant<T, Pixel, Used, true>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize,
-                                                scaleFactor);
-}
+constexpr ConstantForms<AddSubConstant<true>, T, Pixel, Used> subCI{};
 
 }  // namespace
 

@@ -248,6 +248,78 @@ bool allEqual(const T* values, T v)
     return true;
 }
 
+// ---------------------------------------------------------------- exported forms
+
+// A family writes its argument checks and its work once, as the static
+// template run<T, Pixel, Used> of a driver class taking the out-of-place
+// arguments; the manifest binds every form of the family to an object of
+// the classes below, whose arguments pick the out-of-place or in-place form.
+// Trailing arguments (scale factor, rounding mode) pass through as given, so
+// the forms without a scale factor take the driver's default.
+
+// The driver of one layout, out of line: its forms share one copy (a member
+// function defined in its class counts as inline, and would be copied into
+// every form).
+template <class Driver, class T, int Pixel, int Used, class... Args>
+[[gnu::noinline]] PvxStatus runDriver(Args... args)
+{
+    return Driver::template run<T, Pixel, Used>(args...);
+}
+
+// The constants of a call: the array, or the address of C1's one value.
+template <class T>
+const T* constantsOf(const T* values)
+{
+    return values;
+}
+template <class T>
+const T* constantsOf(const T& value)
+{
+    return &value;
+}
+
+// Two images; in place, the source-and-destination image is source 2 and
+// the destination (typed as source 2 is, so both forms run the same copy).
+template <class Driver, class T, int Pixel, int Used>
+struct ImageForms {
+    template <class... Extra>
+    PvxStatus operator()(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize, Extra... extra) const
+    {
+        return runDriver<Driver, T, Pixel, Used>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, extra...);
+    }
+
+    template <class... Extra>
+    PvxStatus operator()(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize,
+                         Extra... extra) const
+    {
+        const T* pSrc2 = pSrcDst;
+        return runDriver<Driver, T, Pixel, Used>(pSrc, srcStep, pSrc2, srcDstStep, pSrcDst, srcDstStep, roiSize,
+                                                 extra...);
+    }
+};
+
+// An image and a constant (an array, or C1's one value); in place, the
+// source-and-destination image is the source and the destination.
+template <class Driver, class T, int Pixel, int Used>
+struct ConstantForms {
+    template <class Values, class... Extra>
+    PvxStatus operator()(const T* pSrc, int srcStep, Values values, T* pDst, int dstStep, PvxiSize roiSize,
+                         Extra... extra) const
+    {
+        return runDriver<Driver, T, Pixel, Used>(pSrc, srcStep, constantsOf<T>(values), pDst, dstStep, roiSize,
+                                                 extra...);
+    }
+
+    template <class Values, class... Extra>
+    PvxStatus operator()(Values values, T* pSrcDst, int srcDstStep, PvxiSize roiSize, Extra... extra) const
+    {
+        const T* pSrc = pSrcDst;
+        return runDriver<Driver, T, Pixel, Used>(pSrc, srcDstStep, constantsOf<T>(values), pSrcDst, srcDstStep,
+                                                 roiSize, extra...);
+    }
+};
+
 // ---------------------------------------------------------------- SIMD lane helpers
 
 // Halves-to-even division by 2^s (s >= 1) of 16- or 32-bit lanes, with an
@@ -263,25 +335,27 @@ struct LaneRound {
           one32(_mm_set1_epi32(1))
     {
     }
-    __m128i sra16(__m128i v) const
+    __m128i sra16(__m128i v) const { return divide<16, true>(v); }
+    __m128i srl16(__m128i v) const { return divide<16, false>(v); }
+    __m128i sra32(__m128i v) const { return divide<32, true>(v); }
+    __m128i srl32(__m128i v) const { return divide<32, false>(v); }
+
+private:
+    template <int Bits, bool Signed>
+    __m128i shift(__m128i v) const
     {
-        const __m128i odd = _mm_and_si128(_mm_sra_epi16(v, count), one16);
-        return _mm_sra_epi16(_mm_add_epi16(_mm_add_epi16(v, bias16), odd), count);
+        if constexpr (Bits == 16)
+            return Signed ? _mm_sra_epi16(v, count) : _mm_srl_epi16(v, count);
+        else
+            return Signed ? _mm_sra_epi32(v, count) : _mm_srl_epi32(v, count);
     }
-    __m128i srl16(__m128i v) const
+
+    template <int Bits, bool Signed>
+    __m128i divide(__m128i v) const
     {
-        const __m128i odd = _mm_and_si128(_mm_srl_epi16(v, count), one16);
-        return _mm_srl_epi16(_mm_add_epi16(_mm_add_epi16(v, bias16), odd), count);
-    }
-    __m128i sra32(__m128i v) const
-    {
-        const __m128i odd = _mm_and_si128(_mm_sra_epi32(v, count), one32);
-        return _mm_sra_epi32(_mm_add_epi32(_mm_add_epi32(v, bias32), odd), count);
-    }
-    __m128i srl32(__m128i v) const
-    {
-        const __m128i odd = _mm_and_si128(_mm_srl_epi32(v, count), one32);
-        return _mm_srl_epi32(_mm_add_epi32(_mm_add_epi32(v, bias32), odd), count);
+        const auto add = [](__m128i a, __m128i b) { return Bits == 16 ? _mm_add_epi16(a, b) : _mm_add_epi32(a, b); };
+        const __m128i odd = _mm_and_si128(shift<Bits, Signed>(v), Bits == 16 ? one16 : one32);
+        return shift<Bits, Signed>(add(add(v, Bits == 16 ? bias16 : bias32), odd));
     }
 };
 

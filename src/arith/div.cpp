@@ -166,51 +166,41 @@ struct MulReciprocalOp {
 // rounding mode. A zero divisor is not an error: its pixels take the
 // values above and the call returns pvxStsDivByZeroWrn, for 32f and 32fc too
 // (whose destinations hold the IEEE infinities and NaNs).
-template <class T, int Pixel, int Used>
-PvxStatus divRound(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize,
-                   PvxRoundMode rndMode, int scaleFactor)
-{
-    if (anyNull(pSrc1, pSrc2, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (src1Step < 1 || src2Step < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    if (rndMode != pvxRndZero && rndMode != pvxRndNear && rndMode != pvxRndFinancial)
-        return pvxStsRoundModeErr;
-    const auto done = runImages<T, Pixel, Used>(DivOp<T, (Used < Pixel)>(scaleFactor, rndMode), pSrc2, src2Step, pSrc1,
-                                                src1Step, pDst, dstStep, roiSize);  // source 2 / source 1
-    return done.sawZero() ? pvxStsDivByZeroWrn : pvxStsOk;
-}
+struct DivImages {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize, PvxRoundMode rndMode, int scaleFactor)
+    {
+        if (anyNull(pSrc1, pSrc2, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if (src1Step < 1 || src2Step < 1 || dstStep < 1)
+            return pvxStsStepErr;
+        if (rndMode != pvxRndZero && rndMode != pvxRndNear && rndMode != pvxRndFinancial)
+            return pvxStsRoundModeErr;
+        const auto done = runImages<T, Pixel, Used>(DivOp<T, (Used < Pixel)>(scaleFactor, rndMode), pSrc2, src2Step,
+                                                    pSrc1, src1Step, pDst, dstStep, roiSize);  // source 2 / source 1
+        return done.sawZero() ? pvxStsDivByZeroWrn : pvxStsOk;
+    }
+
+    // Div rounds to nearest, a mode the check above always accepts.
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize, int scaleFactor = 0)
+    {
+        return run<T, Pixel, Used>(pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize, pvxRndNear, scaleFactor);
+    }
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus divRoundI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize, PvxRoundMode rndMode,
-                    int scaleFactor)
-{
-    return divRound<T, Pixel, Used>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, rndMode,
-                                    scaleFactor);
-}
-
+constexpr ImageForms<DivImages, T, Pixel, Used> div{};
 template <class T, int Pixel, int Used>
-PvxStatus div(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize,
-              int scaleFactor = 0)
-{
-    if (anyNull(pSrc1, pSrc2, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (src1Step < 1 || src2Step < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    const auto done = runImages<T, Pixel, Used>(DivOp<T, (Used < Pixel)>(scaleFactor, pvxRndNear), pSrc2, src2Step,
-                                                pSrc1, src1Step, pDst, dstStep, roiSize);  // source 2 / source 1
-    return done.sawZero() ? pvxStsDivByZeroWrn : pvxStsOk;
-}
-
+constexpr ImageForms<DivImages, T, Pixel, Used> divI{};
 template <class T, int Pixel, int Used>
-PvxStatus divI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return div<T, Pixel, Used>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
+constexpr ImageForms<DivImages, T, Pixel, Used> divRound{};
+template <class T, int Pixel, int Used>
+constexpr ImageForms<DivImages, T, Pixel, Used> divRoundI{};
 
 // ---------------------------------------------------------------- DivC
 
@@ -226,49 +216,39 @@ bool isZero(const T& v)
 // DivC: pointers, ROI size, steps, then a zero constant in any channel
 // (an error here). 32f multiplies by the reciprocals, each formed once in
 // single precision; 32fc divides like Div.
-template <class T, int Pixel, int Used>
-PvxStatus divC(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    if (anyNull(pSrc, values, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    for (int c = 0; c < Used; ++c)
-        if (isZero(values[c]))
-            return pvxStsDivByZeroErr;
-    if constexpr (std::is_same_v<T, Pvx32f>) {
-        T reciprocals[Used];
+struct DivConstant {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize,
+                         int scaleFactor = 0)
+    {
+        if (anyNull(pSrc, values, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if (srcStep < 1 || dstStep < 1)
+            return pvxStsStepErr;
         for (int c = 0; c < Used; ++c)
-            reciprocals[c] = 1.0f / values[c];
-        runConstant<T, Pixel, Used>(MulReciprocalOp(), pSrc, srcStep, reciprocals, pDst, dstStep, roiSize);
-    } else if constexpr (kNarrowInt<T>) {
-        runConstant<T, Pixel, Used>(DivConstOp<T>{scaleFactor}, pSrc, srcStep, values, pDst, dstStep, roiSize);
-    } else {
-        runConstant<T, Pixel, Used>(DivOp<T, false>(scaleFactor, pvxRndNear), pSrc, srcStep, values, pDst, dstStep,
-                                    roiSize);
+            if (isZero(values[c]))
+                return pvxStsDivByZeroErr;
+        if constexpr (std::is_same_v<T, Pvx32f>) {
+            T reciprocals[Used];
+            for (int c = 0; c < Used; ++c)
+                reciprocals[c] = 1.0f / values[c];
+            runConstant<T, Pixel, Used>(MulReciprocalOp(), pSrc, srcStep, reciprocals, pDst, dstStep, roiSize);
+        } else if constexpr (kNarrowInt<T>) {
+            runConstant<T, Pixel, Used>(DivConstOp<T>{scaleFactor}, pSrc, srcStep, values, pDst, dstStep, roiSize);
+        } else {
+            runConstant<T, Pixel, Used>(DivOp<T, false>(scaleFactor, pvxRndNear), pSrc, srcStep, values, pDst,
+                                        dstStep, roiSize);
+        }
+        return pvxStsOk;
     }
-    return pvxStsOk;
-}
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus divC(const T* pSrc, int srcStep, T value, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return divC<T, Pixel, Used>(pSrc, srcStep, &value, pDst, dstStep, roiSize, scaleFactor);
-}
-
+constexpr ConstantForms<DivConstant, T, Pixel, Used> divC{};
 template <class T, int Pixel, int Used>
-PvxStatus divCI(const T* values, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return divC<T, Pixel, Used>(pSrcDst, srcDstStep, values, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus divCI(T value, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return divC<T, Pixel, Used>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
+constexpr ConstantForms<DivConstant, T, Pixel, Used> divCI{};
 
 }  // namespace
 

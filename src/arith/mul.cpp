@@ -135,120 +135,102 @@ constexpr std::int64_t maxProduct()
 
 // Mul: pointers, ROI size; only types other than 8u, 16u and 16s check
 // steps. A scale factor that rounds every product to 0 sets 0.
-template <class T, int Pixel, int Used>
-PvxStatus mul(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize,
-              int scaleFactor = 0)
-{
-    if (anyNull(pSrc1, pSrc2, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if constexpr (!kNarrowInt<T>)
-        if (src1Step < 1 || src2Step < 1 || dstStep < 1)
-            return pvxStsStepErr;
-    if constexpr (kNarrowInt<T>)
-        if (scaleFactor >= zeroFrom(maxProduct<T>()))
-            return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
-    runImages<T, Pixel, Used>(MulOp<T>(scaleFactor), pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+struct MulImages {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize, int scaleFactor = 0)
+    {
+        if (anyNull(pSrc1, pSrc2, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if constexpr (!kNarrowInt<T>)
+            if (src1Step < 1 || src2Step < 1 || dstStep < 1)
+                return pvxStsStepErr;
+        if constexpr (kNarrowInt<T>)
+            if (scaleFactor >= zeroFrom(maxProduct<T>()))
+                return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
+        runImages<T, Pixel, Used>(MulOp<T>(scaleFactor), pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+        return pvxStsOk;
+    }
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus mulI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return mul<T, Pixel, Used>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
+constexpr ImageForms<MulImages, T, Pixel, Used> mul{};
+template <class T, int Pixel, int Used>
+constexpr ImageForms<MulImages, T, Pixel, Used> mulI{};
 
 // MulC: pointers (the constant array too), ROI size; no steps. Short-cuts
 // for 8u, 16u, 16s, each the Sfs rule's result: constants 0 set 0 at any
 // scale factor; constants 1 at scale 0 copy (in place: nothing to do); a
 // scale factor that rounds every product to 0 sets 0.
-template <class T, int Pixel, int Used>
-PvxStatus mulC(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    if (anyNull(pSrc, values, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if constexpr (kNarrowInt<T>) {
-        if (allEqual<T, Used>(values, 0) || scaleFactor >= zeroFrom(maxProduct<T>()))
-            return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
-        if (scaleFactor == 0 && allEqual<T, Used>(values, 1))
-            return copyImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize);
+struct MulConstant {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize,
+                         int scaleFactor = 0)
+    {
+        if (anyNull(pSrc, values, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        if constexpr (kNarrowInt<T>) {
+            if (allEqual<T, Used>(values, 0) || scaleFactor >= zeroFrom(maxProduct<T>()))
+                return setImage<T, Pixel, Used>(0, pDst, dstStep, roiSize);
+            if (scaleFactor == 0 && allEqual<T, Used>(values, 1))
+                return copyImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize);
+        }
+        runConstant<T, Pixel, Used>(MulOp<T>(scaleFactor), pSrc, srcStep, values, pDst, dstStep, roiSize);
+        return pvxStsOk;
     }
-    runConstant<T, Pixel, Used>(MulOp<T>(scaleFactor), pSrc, srcStep, values, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus mulC(const T* pSrc, int srcStep, T value, T* pDst, int dstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return mulC<T, Pixel, Used>(pSrc, srcStep, &value, pDst, dstStep, roiSize, scaleFactor);
-}
-
+constexpr ConstantForms<MulConstant, T, Pixel, Used> mulC{};
 template <class T, int Pixel, int Used>
-PvxStatus mulCI(const T* values, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return mulC<T, Pixel, Used>(pSrcDst, srcDstStep, values, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus mulCI(T value, T* pSrcDst, int srcDstStep, PvxiSize roiSize, int scaleFactor = 0)
-{
-    return mulC<T, Pixel, Used>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize, scaleFactor);
-}
+constexpr ConstantForms<MulConstant, T, Pixel, Used> mulCI{};
 
 // ---------------------------------------------------------------- MulScale, MulCScale
 
 // MulScale: pointers, then steps, then the ROI size (steps before the size).
-template <class T, int Pixel, int Used>
-PvxStatus mulScale(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep, PvxiSize roiSize)
-{
-    if (anyNull(pSrc1, pSrc2, pDst))
-        return pvxStsNullPtrErr;
-    if (src1Step < 1 || src2Step < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    runImages<T, Pixel, Used>(MulScaleOp<T>(), pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+struct MulScaleImages {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc1, int src1Step, const T* pSrc2, int src2Step, T* pDst, int dstStep,
+                         PvxiSize roiSize)
+    {
+        if (anyNull(pSrc1, pSrc2, pDst))
+            return pvxStsNullPtrErr;
+        if (src1Step < 1 || src2Step < 1 || dstStep < 1)
+            return pvxStsStepErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        runImages<T, Pixel, Used>(MulScaleOp<T>(), pSrc1, src1Step, pSrc2, src2Step, pDst, dstStep, roiSize);
+        return pvxStsOk;
+    }
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus mulScaleI(const T* pSrc, int srcStep, T* pSrcDst, int srcDstStep, PvxiSize roiSize)
-{
-    return mulScale<T, Pixel, Used>(pSrc, srcStep, pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize);
-}
+constexpr ImageForms<MulScaleImages, T, Pixel, Used> mulScale{};
+template <class T, int Pixel, int Used>
+constexpr ImageForms<MulScaleImages, T, Pixel, Used> mulScaleI{};
 
 // MulCScale: like MulC, pointers then ROI size, no steps.
-template <class T, int Pixel, int Used>
-PvxStatus mulCScale(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize)
-{
-    if (anyNull(pSrc, values, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    runConstant<T, Pixel, Used>(MulScaleOp<T>(), pSrc, srcStep, values, pDst, dstStep, roiSize);
-    return pvxStsOk;
-}
+struct MulScaleConstant {
+    template <class T, int Pixel, int Used>
+    static PvxStatus run(const T* pSrc, int srcStep, const T* values, T* pDst, int dstStep, PvxiSize roiSize)
+    {
+        if (anyNull(pSrc, values, pDst))
+            return pvxStsNullPtrErr;
+        if (roiEmpty(roiSize))
+            return pvxStsSizeErr;
+        runConstant<T, Pixel, Used>(MulScaleOp<T>(), pSrc, srcStep, values, pDst, dstStep, roiSize);
+        return pvxStsOk;
+    }
+};
 
 template <class T, int Pixel, int Used>
-PvxStatus mulCScale(const T* pSrc, int srcStep, T value, T* pDst, int dstStep, PvxiSize roiSize)
-{
-    return mulCScale<T, Pixel, Used>(pSrc, srcStep, &value, pDst, dstStep, roiSize);
-}
-
+constexpr ConstantForms<MulScaleConstant, T, Pixel, Used> mulCScale{};
 template <class T, int Pixel, int Used>
-PvxStatus mulCScaleI(const T* values, T* pSrcDst, int srcDstStep, PvxiSize roiSize)
-{
-    return mulCScale<T, Pixel, Used>(pSrcDst, srcDstStep, values, pSrcDst, srcDstStep, roiSize);
-}
-
-template <class T, int Pixel, int Used>
-PvxStatus mulCScaleI(T value, T* pSrcDst, int srcDstStep, PvxiSize roiSize)
-{
-    return mulCScale<T, Pixel, Used>(pSrcDst, srcDstStep, &value, pSrcDst, srcDstStep, roiSize);
-}
+constexpr ConstantForms<MulScaleConstant, T, Pixel, Used> mulCScaleI{};
 
 }  // namespace
 

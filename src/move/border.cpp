@@ -38,6 +38,15 @@ T* frameOrigin(T* src, int step, int top, int left)
                                static_cast<std::intptr_t>(left) * Pixel * static_cast<std::intptr_t>(sizeof(T)));
 }
 
+// The destination rows that hold source pixels, from row `top` down: each
+// built by buildBorderedRow with the same sides.
+template <class T, int Pixel, int Count>
+void buildSourceRows(const T* src, int srcStep, PvxiSize srcRoi, T* dst, int dstStep, int top, const RowBorder& border)
+{
+    for (int y = 0; y < srcRoi.height; ++y)
+        buildBorderedRow<T, Pixel, Count>(rowAt(src, srcStep, y), srcRoi.width, rowAt(dst, dstStep, top + y), border);
+}
+
 // Constant rows through the same path's Set: C1 takes its value by value,
 // AC4 writes three values and keeps the fourth channel.
 #define PVX_BORDER_SET_ROWS(T, t)                                                \
@@ -85,9 +94,7 @@ PvxStatus copyConstBorder(const T* pSrc, int srcStep, PvxiSize srcRoiSize, T* pD
     const RowBorder border{BorderKind::Const, BorderKind::Const, leftBorderWidth,
                            dstRoiSize.width - leftBorderWidth - srcRoiSize.width, pixel};
     setRows<Pixel, Count>(pixel, pDst, dstStep, PvxiSize{dstRoiSize.width, topBorderHeight});
-    for (int y = 0; y < srcRoiSize.height; ++y)
-        buildBorderedRow<T, Pixel, Count>(rowAt(pSrc, srcStep, y), srcRoiSize.width,
-                                          rowAt(pDst, dstStep, topBorderHeight + y), border);
+    buildSourceRows<T, Pixel, Count>(pSrc, srcStep, srcRoiSize, pDst, dstStep, topBorderHeight, border);
     setRows<Pixel, Count>(pixel, rowAt(pDst, dstStep, topBorderHeight + srcRoiSize.height), dstStep,
                           PvxiSize{dstRoiSize.width, below});
     return pvxStsOk;
@@ -104,20 +111,18 @@ PvxStatus copyConstBorder(const T* pSrc, int srcStep, PvxiSize srcRoiSize, T* pD
 
 // ---------------------------------------------------------------- CopyReplicateBorder
 
-// Builds every source row's destination row; the first one is then copied
+// Builds every source row's destination row; then the first one is copied
 // into the rows above and the last one into the rows below (a Copy whose
-// source step is 0). `src` may be the middle of the destination (in place).
-// As in Const, AC4 leaves the fourth channel of every pixel unwritten.
+// source step is 0). `src` may be the middle of the destination (in place):
+// building a row writes only that row. As in Const, AC4 leaves the fourth
+// channel of every pixel unwritten.
 template <class T, int Pixel, int Count>
 void replicateFrame(const T* src, int srcStep, PvxiSize srcRoi, T* dst, int dstStep, PvxiSize dstRoi, int top,
                     int left)
 {
     const RowBorder border{BorderKind::Replicate, BorderKind::Replicate, left, dstRoi.width - left - srcRoi.width};
-    for (int y = 0; y < srcRoi.height; ++y) {
-        buildBorderedRow<T, Pixel, Count>(rowAt(src, srcStep, y), srcRoi.width, rowAt(dst, dstStep, top + y), border);
-        if (y == 0)
-            copyPixelRows<T, Pixel, Count>(rowAt(dst, dstStep, top), 0, dst, dstStep, dstRoi.width, top);
-    }
+    buildSourceRows<T, Pixel, Count>(src, srcStep, srcRoi, dst, dstStep, top, border);
+    copyPixelRows<T, Pixel, Count>(rowAt(dst, dstStep, top), 0, dst, dstStep, dstRoi.width, top);
     const int last = top + srcRoi.height - 1;
     copyPixelRows<T, Pixel, Count>(rowAt(dst, dstStep, last), 0, rowAt(dst, dstStep, last + 1), dstStep,
                                    dstRoi.width, dstRoi.height - last - 1);
@@ -177,8 +182,7 @@ void wrapFrame(const T* src, int srcStep, PvxiSize srcRoi, T* dst, int dstStep, 
 {
     const int h = srcRoi.height, last = top + h;
     const RowBorder border{BorderKind::Wrap, BorderKind::Wrap, left, dstRoi.width - left - srcRoi.width};
-    for (int y = 0; y < h; ++y)
-        buildBorderedRow<T, 1>(rowAt(src, srcStep, y), srcRoi.width, rowAt(dst, dstStep, top + y), border);
+    buildSourceRows<T, 1, 1>(src, srcStep, srcRoi, dst, dstStep, top, border);
     for (int y = last; y < dstRoi.height;) {  // rows [top, y) are complete
         const int period = y - top;
         const int n = dstRoi.height - y < period ? dstRoi.height - y : period;

@@ -534,13 +534,8 @@ PvxStatus convertFloatScaled(const Pvx32f* pSrc, int srcStep, D* pDst, int dstSt
 // written, and the rows go in order.
 PvxStatus convertFloatScaledInPlace(Pvx32u* pSrcDst, int srcDstStep, PvxiSize roiSize, int roundMode, int scaleFactor)
 {
-    if (pSrcDst == nullptr)
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    floatToIntImage<Pvx32u, true>(reinterpret_cast<const Pvx32f*>(pSrcDst), srcDstStep, pSrcDst, srcDstStep, roiSize,
-                                  1, false, roundMode, scaleFactor);
-    return pvxStsOk;
+    return convertFloatScaled<Pvx32u>(reinterpret_cast<const Pvx32f*>(pSrcDst), srcDstStep, pSrcDst, srcDstStep,
+                                      roiSize, roundMode, scaleFactor);
 }
 
 // Fills the destination with 0 through the same path's Set.

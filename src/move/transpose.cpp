@@ -36,30 +36,18 @@ constexpr int minOf(int a, int b)
 template <int P>
 constexpr int kBlock = (P == 1 || P == 2 || P == 4 || P == 8) ? 16 / P : 1;
 
-template <int P>
-inline __m128i interleaveLow(__m128i a, __m128i b)
+// The low (or high) halves of a and b, interleaved in P-byte lanes.
+template <int P, bool High>
+inline __m128i interleave(__m128i a, __m128i b)
 {
     if constexpr (P == 1)
-        return _mm_unpacklo_epi8(a, b);
+        return High ? _mm_unpackhi_epi8(a, b) : _mm_unpacklo_epi8(a, b);
     else if constexpr (P == 2)
-        return _mm_unpacklo_epi16(a, b);
+        return High ? _mm_unpackhi_epi16(a, b) : _mm_unpacklo_epi16(a, b);
     else if constexpr (P == 4)
-        return _mm_unpacklo_epi32(a, b);
+        return High ? _mm_unpackhi_epi32(a, b) : _mm_unpacklo_epi32(a, b);
     else
-        return _mm_unpacklo_epi64(a, b);
-}
-
-template <int P>
-inline __m128i interleaveHigh(__m128i a, __m128i b)
-{
-    if constexpr (P == 1)
-        return _mm_unpackhi_epi8(a, b);
-    else if constexpr (P == 2)
-        return _mm_unpackhi_epi16(a, b);
-    else if constexpr (P == 4)
-        return _mm_unpackhi_epi32(a, b);
-    else
-        return _mm_unpackhi_epi64(a, b);
+        return High ? _mm_unpackhi_epi64(a, b) : _mm_unpacklo_epi64(a, b);
 }
 
 // A K x K block of P-byte pixels held in K registers, one row each.
@@ -88,8 +76,8 @@ struct Block {
             __m128i t[K];
 #pragma GCC unroll 8
             for (int i = 0; i < K / 2; ++i) {
-                t[2 * i] = interleaveLow<P>(row[i], row[i + K / 2]);
-                t[2 * i + 1] = interleaveHigh<P>(row[i], row[i + K / 2]);
+                t[2 * i] = interleave<P, false>(row[i], row[i + K / 2]);
+                t[2 * i + 1] = interleave<P, true>(row[i], row[i + K / 2]);
             }
 #pragma GCC unroll 16
             for (int i = 0; i < K; ++i)
@@ -111,6 +99,20 @@ inline void swapPixels(Byte* a, Byte* b)
     std::memcpy(t, a, P);
     std::memcpy(a, b, P);
     std::memcpy(b, t, P);
+}
+
+// Calls f(c, r) for each pixel of a rows x cols rectangle that whole blocks
+// (fullRows x fullCols) leave out: the columns at the right (all rows), then
+// the rows at the bottom.
+template <class F>
+inline void forEachLeftover(int rows, int cols, int fullRows, int fullCols, F f)
+{
+    for (int c = fullCols; c < cols; ++c)
+        for (int r = 0; r < rows; ++r)
+            f(c, r);
+    for (int c = 0; c < fullCols; ++c)
+        for (int r = fullRows; r < rows; ++r)
+            f(c, r);
 }
 
 // ---------------------------------------------------------------- out of place
@@ -170,13 +172,8 @@ void transposeRect(const Byte* s, ptrdiff_t ss, Byte* d, ptrdiff_t ds, int rows,
     }
     if (next.src && fullCols == 0)
         next.fetch(0, 1);
-    // The strips left over: the columns at the right, then the rows at the bottom.
-    for (int c = fullCols; c < cols; ++c)
-        for (int r = 0; r < rows; ++r)
-            movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
-    for (int c = 0; c < fullCols; ++c)
-        for (int r = fullRows; r < rows; ++r)
-            movePixel<P>(d + c * ds + r * P, s + r * ss + c * P);
+    forEachLeftover(rows, cols, fullRows, fullCols,
+                    [=](int c, int r) { movePixel<P>(d + c * ds + r * P, s + r * ss + c * P); });
 }
 
 // The large-image kernel's tile of 64 x 64 pixels: transposed into a staging
@@ -292,13 +289,8 @@ void swapRects(Byte* a, Byte* b, ptrdiff_t step, int rows, int cols)
                 y.store(pa, step);
             }
     }
-    // Pixel by pixel: the right strip of a (all rows), then its bottom strip.
-    for (int c = fullCols; c < cols; ++c)
-        for (int r = 0; r < rows; ++r)
-            swapPixels<P>(a + r * step + c * P, b + c * step + r * P);
-    for (int c = 0; c < fullCols; ++c)
-        for (int r = fullRows; r < rows; ++r)
-            swapPixels<P>(a + r * step + c * P, b + c * step + r * P);
+    forEachLeftover(rows, cols, fullRows, fullCols,
+                    [=](int c, int r) { swapPixels<P>(a + r * step + c * P, b + c * step + r * P); });
 }
 
 // Transposes the n x n square at a, which lies on the image's diagonal.

@@ -76,34 +76,34 @@ private:
     std::uint64_t lo_ = 0, hi_ = 0;
 };
 
-// Adds the lanes of a vector of 32-bit (Lane = std::uint32_t or std::int32_t)
-// or unsigned 64-bit lanes to the totals of their channels. Lane i holds
-// element first + i * stride of a block.
-template <class Lane, int Pixel>
-void addLanes(WideSum* totals, __m128i v, int first, int stride)
-{
-    constexpr int kLanes = 16 / sizeof(Lane);
-    alignas(16) Lane lane[kLanes];
-    storea(lane, v);
-    for (int i = 0; i < kLanes; ++i) {
-        WideSum& t = totals[(first + i * stride) % Pixel];
-        if constexpr (std::is_same_v<Lane, std::uint64_t>)
-            t.addUnsigned(lane[i]);
-        else
-            t.add(lane[i]);
-    }
-}
 
 // ---------------------------------------------------------------- values
 
-inline __m128i absDiffU8(__m128i x, __m128i y)
+// |x| and |x - y| of 16 bytes of integers, as unsigned lanes of the
+// element's width: |x| of 16s and |x - y| of 16s fit 16 unsigned bits, |x| of
+// 32s fits 32.
+inline __m128i absLanes(const Pvx8u* a) { return loadu(a); }
+inline __m128i absLanes(const Pvx16u* a) { return loadu(a); }
+inline __m128i absLanes(const Pvx16s* a) { return _mm_abs_epi16(loadu(a)); }  // |-32768| is 0x8000: right as unsigned
+inline __m128i absLanes(const Pvx32s* a) { return _mm_abs_epi32(loadu(a)); }
+
+inline __m128i absDiffLanes(const Pvx8u* a, const Pvx8u* b)
 {
+    const __m128i x = loadu(a), y = loadu(b);
     return _mm_or_si128(_mm_subs_epu8(x, y), _mm_subs_epu8(y, x));
 }
 
-inline __m128i absDiffU16(__m128i x, __m128i y)
+inline __m128i absDiffLanes(const Pvx16u* a, const Pvx16u* b)
 {
+    const __m128i x = loadu(a), y = loadu(b);
     return _mm_or_si128(_mm_subs_epu16(x, y), _mm_subs_epu16(y, x));
+}
+
+inline __m128i absDiffLanes(const Pvx16s* a, const Pvx16s* b)
+{
+    // max - min lies in 0..65535: exact as an unsigned 16-bit lane.
+    const __m128i x = loadu(a), y = loadu(b);
+    return _mm_sub_epi16(_mm_max_epi16(x, y), _mm_min_epi16(x, y));
 }
 
 // 16 bytes of two floats' worth of lanes widened: the low two and high two.
@@ -119,83 +119,25 @@ inline __m128 loadTwoFloats(const float* p)
 }
 
 // What a kernel reduces, read from image a (and b): vec() gives the 16 bytes
-// at a (and b), one() the element at a (and b).
+// at a (and b), one() the element at a (and b); Vec is the vector type.
 //
-// Magnitude: |x|, or |x - y| with Diff. Integer magnitudes are unsigned lanes
-// of the element's width: |x| of 16s and |x - y| of 16s fit 16 unsigned bits,
-// |x| of 32s fits 32.
-template <class T, bool Diff>
-struct Magnitude;
-
-template <bool Diff>
-struct Magnitude<Pvx8u, Diff> {
-    using T = Pvx8u;
+// Magnitude: |x|, or |x - y| with Diff.
+template <class Element, bool Diff>
+struct Magnitude {
+    using T = Element;
+    using Vec = __m128i;
     static constexpr bool kTwo = Diff;
     static __m128i vec(const T* a, const T* b)
     {
         if constexpr (Diff)
-            return absDiffU8(loadu(a), loadu(b));
+            return absDiffLanes(a, b);
         else
-            return loadu(a);
+            return absLanes(a);
     }
     static std::int64_t one(const T* a, const T* b)
     {
-        if constexpr (Diff)
-            return std::abs(int{*a} - int{*b});
-        else
-            return *a;
+        return std::llabs(std::int64_t{*a} - (Diff ? std::int64_t{*b} : 0));
     }
-};
-
-template <bool Diff>
-struct Magnitude<Pvx16u, Diff> {
-    using T = Pvx16u;
-    static constexpr bool kTwo = Diff;
-    static __m128i vec(const T* a, const T* b)
-    {
-        if constexpr (Diff)
-            return absDiffU16(loadu(a), loadu(b));
-        else
-            return loadu(a);
-    }
-    static std::int64_t one(const T* a, const T* b)
-    {
-        if constexpr (Diff)
-            return std::abs(int{*a} - int{*b});
-        else
-            return *a;
-    }
-};
-
-template <bool Diff>
-struct Magnitude<Pvx16s, Diff> {
-    using T = Pvx16s;
-    static constexpr bool kTwo = Diff;
-    static __m128i vec(const T* a, const T* b)
-    {
-        if constexpr (Diff) {
-            // max - min lies in 0..65535: exact as an unsigned 16-bit lane.
-            const __m128i x = loadu(a), y = loadu(b);
-            return _mm_sub_epi16(_mm_max_epi16(x, y), _mm_min_epi16(x, y));
-        } else {
-            return _mm_abs_epi16(loadu(a));  // |-32768| is 0x8000: right as unsigned
-        }
-    }
-    static std::int64_t one(const T* a, const T* b)
-    {
-        if constexpr (Diff)
-            return std::abs(int{*a} - int{*b});
-        else
-            return std::abs(int{*a});
-    }
-};
-
-template <>
-struct Magnitude<Pvx32s, false> {
-    using T = Pvx32s;
-    static constexpr bool kTwo = false;
-    static __m128i vec(const T* a, const T*) { return _mm_abs_epi32(loadu(a)); }
-    static std::int64_t one(const T* a, const T*) { return std::llabs(std::int64_t{*a}); }
 };
 
 // Float policies also give the values in double precision: wide() for one
@@ -203,6 +145,7 @@ struct Magnitude<Pvx32s, false> {
 template <bool Diff>
 struct Magnitude<Pvx32f, Diff> {
     using T = Pvx32f;
+    using Vec = __m128;
     static constexpr bool kTwo = Diff;
     static __m128 absMask() { return _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff)); }
     static __m128d absMaskD() { return _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL)); }
@@ -244,6 +187,7 @@ struct Signed;
 template <>
 struct Signed<Pvx16s> {
     using T = Pvx16s;
+    using Vec = __m128i;
     static constexpr bool kTwo = false;
     static __m128i vec(const T* a, const T*) { return loadu(a); }
     static std::int64_t one(const T* a, const T*) { return *a; }
@@ -252,6 +196,7 @@ struct Signed<Pvx16s> {
 template <>
 struct Signed<Pvx32f> {
     using T = Pvx32f;
+    using Vec = __m128;
     static constexpr bool kTwo = false;
     static __m128 vecf(const T* a, const T*) { return _mm_loadu_ps(a); }
     static float onef(const T* a, const T*) { return *a; }
@@ -349,382 +294,293 @@ void reduce(const T* a, int stepA, const T* b, int stepB, PvxiSize roi, double* 
     k.finish(out);
 }
 
-// In every kernel below, accumulator q (one per C3 slot, else one or more
-// for all vectors) holds in lane i element (q * lanes-per-vector + i) of a
-// block, after any even/odd split noted at the kernel; its channel is that
-// element's index modulo Pixel.
+// Calls f(i, x) for each lane i of v, x its value as a Lane.
+template <class Lane, class F>
+void eachLane(__m128i v, F&& f)
+{
+    constexpr int kLanes = 16 / sizeof(Lane);
+    alignas(16) Lane lane[kLanes];
+    storea(lane, v);
+    for (int i = 0; i < kLanes; ++i)
+        f(i, lane[i]);
+}
 
-// ---------------------------------------------------------------- integer sums
+template <class Lane, class F>
+void eachLane(__m128 v, F&& f)
+{
+    eachLane<Lane>(_mm_castps_si128(v), f);
+}
 
-// Sums of unsigned 8-bit values. C1: psadbw adds each 8 bytes into a 64-bit
-// lane. C3, C4: even and odd bytes are added into 16-bit lanes for 256 blocks
-// at most (256 * 255 < 65536), then into 32-bit lanes, which reach the totals
-// every 65536 blocks.
-template <int Pixel, class P>
-class SumU8 {
+// ---------------------------------------------------------------- blocked kernels
+
+// The frame of a blocked kernel (CRTP): kSlots groups of Parts accumulators
+// (of P's vector type), one group per C3 slot, else Chains groups taken
+// in turn by the vectors of a cache line (see eachVector). The kernel gives
+//   start()          the accumulators' first value,
+//   add(q, a, b)     its vector arithmetic: the vector at a (and b) into
+//                    the accumulators q[0..Parts) of its slot,
+//   pixel(), finish() the scalar tail and the result;
+// and may hide roomBlocks() and blocks() to bound its narrow lanes. Lane i of
+// every accumulator of slot q holds element q * kLanes + i of a block, unless
+// the kernel splits its lanes further (then it says how).
+template <class Kernel, int Pixel, class P, int Parts, int Chains = 1>
+class Blocked {
 public:
-    using T = Pvx8u;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 1;
-    static constexpr int kBlockPixels = 16 * kBlockVectors<Pixel> / Pixel;
+    using T = typename P::T;
+    using Vec = typename P::Vec;
+    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : Chains;
+    static constexpr int kLanes = 16 / sizeof(T);  // elements per vector
+    static constexpr int kBlockPixels = kLanes * kBlockVectors<Pixel> / Pixel;
     static constexpr bool kMergeRows = true;
 
-    SumU8()
-    {
-        for (int q = 0; q < kSlots; ++q)
-            for (int e = 0; e < 2; ++e)
-                acc16_.v[q][e] = acc32_[q][e][0] = acc32_[q][e][1] = _mm_setzero_si128();
-        acc64_ = _mm_setzero_si128();
-    }
+    Blocked() { restart(); }
 
-    int roomBlocks() const { return kNarrowBlocks - pending_; }
+    int roomBlocks() const { return 1 << 24; }
 
     void blocks(const T* a, const T* b, int n)
     {
-        const __m128i zero = _mm_setzero_si128();
-        if constexpr (Pixel == 1) {
-            __m128i s = acc64_;
-            eachVector<1, 16, P::kTwo>(a, b, n, [&](int, std::ptrdiff_t o) {
-                s = _mm_add_epi64(s, _mm_sad_epu8(P::vec(a + o, b + o), zero));
-            });
-            acc64_ = s;
-        } else {
-            const __m128i low = _mm_set1_epi16(0x00ff);
-            auto acc = acc16_;
-            eachVector<Pixel, 16, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-                const __m128i v = P::vec(a + o, b + o);
-                __m128i* q = acc.v[slot % kSlots];
-                q[0] = _mm_add_epi16(q[0], _mm_and_si128(v, low));
-                q[1] = _mm_add_epi16(q[1], _mm_srli_epi16(v, 8));
-            });
-            acc16_ = acc;
-        }
+        auto acc = acc_;  // locals, so that they can live in registers
+        eachVector<Pixel, kLanes, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
+            Kernel::add(acc.v[slot % kSlots], a + o, b + o);
+        });
+        acc_ = acc;
+    }
+
+    void row(const T* a, const T* b, int width) { blockedRow(static_cast<Kernel&>(*this), a, b, width); }
+
+protected:
+    void restart()
+    {
+        for (auto& q : acc_.v)
+            for (Vec& v : q)
+                v = Kernel::start();
+    }
+
+    struct {
+        Vec v[kSlots][Parts];
+    } acc_;
+};
+
+// ---------------------------------------------------------------- integer sums
+
+// Exact sums of integer lanes. Step is what differs between them:
+//   Lane, kParts      the lane type, and accumulators per slot;
+//   add(q, v)         the vector arithmetic: vector v into q[0..kParts);
+//   element(part, i)  the element of the slot's vector that lane i of
+//                     accumulator `part` holds;
+//   kNarrowBlocks     how many blocks the lanes take before they could
+//                     overflow;
+//   kSquare           whether the values are squared.
+// Lanes that are full reach 128-bit totals. 16-bit lanes, which fill quickly,
+// are widened into 32-bit lanes instead, which reach the totals every 256
+// widenings (below 2^24 each).
+template <int Pixel, class P, class Step>
+class ExactSum : public Blocked<ExactSum<Pixel, P, Step>, Pixel, P, Step::kParts> {
+    using Base = Blocked<ExactSum, Pixel, P, Step::kParts>;
+    using Lane = typename Step::Lane;
+    static constexpr bool kWidened = sizeof(Lane) == 2;
+
+public:
+    using T = typename P::T;
+
+    static __m128i start() { return _mm_setzero_si128(); }
+    static void add(__m128i* q, const T* a, const T* b) { Step::add(q, P::vec(a, b)); }
+
+    int roomBlocks() const { return Step::kNarrowBlocks - pending_; }
+
+    void blocks(const T* a, const T* b, int n)
+    {
+        Base::blocks(a, b, n);
         pending_ += n;
-        if (pending_ == kNarrowBlocks)
-            widen16();
+        if (pending_ == Step::kNarrowBlocks)
+            settle();
     }
 
     void pixel(const T* a, const T* b)
     {
-        for (int c = 0; c < Pixel; ++c)
-            totals_[c].add(P::one(a + c, b + c));
+        for (int c = 0; c < Pixel; ++c) {
+            const std::int64_t v = P::one(a + c, b + c);
+            totals_[c].add(Step::kSquare ? v * v : v);
+        }
     }
-
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
 
     void finish(double* out)
     {
-        widen16();
-        flush();
+        settle();
+        if constexpr (kWidened)
+            addWide();
         for (int c = 0; c < Pixel; ++c)
             out[c] = totals_[c].toDouble();
     }
 
 private:
-    static constexpr int kNarrowBlocks = Pixel == 1 ? 1 << 24 : 256;  // C1: 64-bit lanes of at most 2^35
     static constexpr int kWideRounds = 256;
 
-    // 16-bit lane j of acc16_[q][e] holds element 16q + 2j + e; 32-bit lane i
-    // of acc32_[q][e][h] holds element 16q + 8h + 2i + e.
-    void widen16()
+    // Adds the lanes of v, an accumulator of slot q, to their channels.
+    template <class L, class Element>
+    void addToTotals(int q, __m128i v, Element element)
     {
-        if constexpr (Pixel != 1) {
-            const __m128i zero = _mm_setzero_si128();
-            for (int q = 0; q < kSlots; ++q)
-                for (int e = 0; e < 2; ++e) {
-                    acc32_[q][e][0] = _mm_add_epi32(acc32_[q][e][0], _mm_unpacklo_epi16(acc16_.v[q][e], zero));
-                    acc32_[q][e][1] = _mm_add_epi32(acc32_[q][e][1], _mm_unpackhi_epi16(acc16_.v[q][e], zero));
-                    acc16_.v[q][e] = zero;
-                }
-        }
-        pending_ = 0;
-        if (++rounds_ == kWideRounds)
-            flush();
+        eachLane<L>(v, [&](int i, L x) {
+            WideSum& t = totals_[(q * Base::kLanes + element(i)) % Pixel];
+            if constexpr (std::is_same_v<L, std::uint64_t>)
+                t.addUnsigned(x);
+            else
+                t.add(x);
+        });
     }
 
-    void flush()
+    // The narrow lanes are full, or the image is done.
+    void settle()
     {
-        if constexpr (Pixel == 1) {
-            addLanes<std::uint64_t, 1>(totals_, acc64_, 0, 0);
-            acc64_ = _mm_setzero_si128();
-        } else {
-            for (int q = 0; q < kSlots; ++q)
-                for (int e = 0; e < 2; ++e)
-                    for (int h = 0; h < 2; ++h) {
-                        addLanes<std::uint32_t, Pixel>(totals_, acc32_[q][e][h], 16 * q + 8 * h + e, 2);
-                        acc32_[q][e][h] = _mm_setzero_si128();
-                    }
-        }
+        auto& acc = this->acc_.v;
+        const __m128i zero = _mm_setzero_si128();
+        for (int q = 0; q < Base::kSlots; ++q)
+            for (int p = 0; p < Step::kParts; ++p) {
+                if constexpr (kWidened) {
+                    wide_[q][2 * p] = _mm_add_epi32(wide_[q][2 * p], _mm_unpacklo_epi16(acc[q][p], zero));
+                    wide_[q][2 * p + 1] = _mm_add_epi32(wide_[q][2 * p + 1], _mm_unpackhi_epi16(acc[q][p], zero));
+                } else {
+                    addToTotals<Lane>(q, acc[q][p], [p](int i) { return Step::element(p, i); });
+                }
+                acc[q][p] = zero;
+            }
+        pending_ = 0;
+        if constexpr (kWidened)
+            if (++rounds_ == kWideRounds)
+                addWide();
+    }
+
+    // Lane i of wide_[q][2p + h] holds lane 4h + i of accumulator p.
+    void addWide()
+    {
+        for (int q = 0; q < Base::kSlots; ++q)
+            for (int w = 0; w < 2 * Step::kParts; ++w) {
+                addToTotals<std::uint32_t>(q, wide_[q][w], [w](int i) { return Step::element(w / 2, 4 * (w % 2) + i); });
+                wide_[q][w] = _mm_setzero_si128();
+            }
         rounds_ = 0;
     }
 
-    struct {
-        __m128i v[kSlots][2];
-    } acc16_;
-    __m128i acc32_[kSlots][2][2];
-    __m128i acc64_;
+    __m128i wide_[Base::kSlots][kWidened ? 2 * Step::kParts : 1] = {};  // used by 16-bit lanes only
     int pending_ = 0, rounds_ = 0;
     WideSum totals_[Pixel];
 };
 
-// Sums of 16-bit values, unsigned or (Signed) signed: even and odd elements
-// widened to 32-bit lanes, which reach the totals every 32768 blocks (each
-// lane then holds at most 65536 values: below 2^32 unsigned, within the
-// signed 32-bit range for -32768..32767). C1 adds the pair of a lane at once.
-template <int Pixel, class P, bool Signed>
-class SumU16 {
-public:
-    using T = typename P::T;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 1;
-    static constexpr int kBlockPixels = 8 * kBlockVectors<Pixel> / Pixel;
-    static constexpr bool kMergeRows = true;
+// Sums of unsigned 8-bit values. C1: psadbw adds each 8 bytes into a 64-bit
+// lane (at most 2^35 in 2^24 blocks). C3, C4: even and odd bytes into 16-bit
+// lanes, for 256 blocks at most (256 * 255 < 65536).
+template <int Pixel>
+struct SumU8 {
+    using Lane = std::conditional_t<Pixel == 1, std::uint64_t, std::uint16_t>;
+    static constexpr int kParts = Pixel == 1 ? 1 : 2;
+    static constexpr int kNarrowBlocks = Pixel == 1 ? 1 << 24 : 256;
+    static constexpr bool kSquare = false;
 
-    SumU16()
+    static void add(__m128i* q, __m128i v)
     {
-        for (auto& q : acc_.v)
-            q[0] = q[1] = _mm_setzero_si128();
+        if constexpr (Pixel == 1) {
+            q[0] = _mm_add_epi64(q[0], _mm_sad_epu8(v, _mm_setzero_si128()));
+        } else {
+            q[0] = _mm_add_epi16(q[0], _mm_and_si128(v, _mm_set1_epi16(0x00ff)));
+            q[1] = _mm_add_epi16(q[1], _mm_srli_epi16(v, 8));
+        }
     }
+    // C3, C4: lane i of part e holds element 2i + e.
+    static constexpr int element(int part, int i) { return 2 * i + part; }
+};
 
-    int roomBlocks() const { return kNarrowBlocks - pending_; }
-
-    void blocks(const T* a, const T* b, int n)
-    {
-        const __m128i low = _mm_set1_epi32(0xffff), ones = _mm_set1_epi16(1);
-        auto acc = acc_;
-        eachVector<Pixel, 8, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-            const __m128i v = P::vec(a + o, b + o);
-            __m128i* q = acc.v[slot % kSlots];
-            if constexpr (Pixel == 1 && Signed) {
-                q[0] = _mm_add_epi32(q[0], _mm_madd_epi16(v, ones));
-                return;
-            }
-            const __m128i even = Signed ? _mm_srai_epi32(_mm_slli_epi32(v, 16), 16) : _mm_and_si128(v, low);
-            const __m128i odd = Signed ? _mm_srai_epi32(v, 16) : _mm_srli_epi32(v, 16);
-            if constexpr (Pixel == 1) {
-                q[0] = _mm_add_epi32(q[0], _mm_add_epi32(even, odd));
-            } else {
-                q[0] = _mm_add_epi32(q[0], even);
-                q[1] = _mm_add_epi32(q[1], odd);
-            }
-        });
-        acc_ = acc;
-        pending_ += n;
-        if (pending_ == kNarrowBlocks)
-            flush();
-    }
-
-    void pixel(const T* a, const T* b)
-    {
-        for (int c = 0; c < Pixel; ++c)
-            totals_[c].add(P::one(a + c, b + c));
-    }
-
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
-
-    void finish(double* out)
-    {
-        flush();
-        for (int c = 0; c < Pixel; ++c)
-            out[c] = totals_[c].toDouble();
-    }
-
-private:
+// Sums of 16-bit values, unsigned or signed: even and odd elements widened
+// to 32-bit lanes, for 32768 blocks (each lane then holds at most 65536
+// values: below 2^32 unsigned, within the signed 32-bit range for
+// -32768..32767). C1 adds the pair of a lane at once.
+template <int Pixel, bool IsSigned>
+struct SumU16 {
+    using Lane = std::conditional_t<IsSigned, std::int32_t, std::uint32_t>;
+    static constexpr int kParts = Pixel == 1 ? 1 : 2;
     static constexpr int kNarrowBlocks = 32768;
-    using Lane = std::conditional_t<Signed, std::int32_t, std::uint32_t>;
+    static constexpr bool kSquare = false;
 
-    // Lane i of acc_[q][e] holds element 8q + 2i + e.
-    void flush()
+    static void add(__m128i* q, __m128i v)
     {
-        for (int q = 0; q < kSlots; ++q)
-            for (int e = 0; e < 2; ++e) {
-                addLanes<Lane, Pixel>(totals_, acc_.v[q][e], 8 * q + e, 2);
-                acc_.v[q][e] = _mm_setzero_si128();
-            }
-        pending_ = 0;
+        if constexpr (Pixel == 1 && IsSigned) {
+            q[0] = _mm_add_epi32(q[0], _mm_madd_epi16(v, _mm_set1_epi16(1)));
+            return;
+        }
+        const __m128i even =
+            IsSigned ? _mm_srai_epi32(_mm_slli_epi32(v, 16), 16) : _mm_and_si128(v, _mm_set1_epi32(0xffff));
+        const __m128i odd = IsSigned ? _mm_srai_epi32(v, 16) : _mm_srli_epi32(v, 16);
+        if constexpr (Pixel == 1) {
+            q[0] = _mm_add_epi32(q[0], _mm_add_epi32(even, odd));
+        } else {
+            q[0] = _mm_add_epi32(q[0], even);
+            q[1] = _mm_add_epi32(q[1], odd);
+        }
     }
-
-    struct {
-        __m128i v[kSlots][2];
-    } acc_;
-    int pending_ = 0;
-    WideSum totals_[Pixel];
+    // C3, C4: lane i of part e holds element 2i + e.
+    static constexpr int element(int part, int i) { return 2 * i + part; }
 };
 
 // Sums of squares of unsigned 8-bit values. The 32-bit lanes take at most
-// 32768 pixels (one piece: at most 32768 * 255^2 < 2^31 per lane) before
-// they reach the totals. C1: pmaddwd of the low and of the high eight bytes
-// widened to 16 bits. C3, C4: the 16-bit squares (255^2 < 2^16) of even and
-// odd bytes, split again into even and odd 32-bit lanes.
-template <int Pixel, class P>
-class SqU8 {
-public:
-    using T = Pvx8u;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 1;
-    static constexpr int kBlockPixels = 16 * kBlockVectors<Pixel> / Pixel;
-    static constexpr bool kMergeRows = true;
+// 32768 pixels (one piece: at most 32768 * 255^2 < 2^31 per lane). C1:
+// pmaddwd of the low and of the high eight bytes widened to 16 bits. C3, C4:
+// the 16-bit squares (255^2 < 2^16) of even and odd bytes, split again into
+// even and odd 32-bit lanes.
+template <int Pixel>
+struct SqU8 {
+    using Lane = std::uint32_t;
+    static constexpr int kParts = Pixel == 1 ? 2 : 4;
+    static constexpr int kNarrowBlocks = 32768 / (16 * kBlockVectors<Pixel> / Pixel);
+    static constexpr bool kSquare = true;
 
-    SqU8()
+    static void add(__m128i* q, __m128i v)
     {
-        for (auto& q : acc_.v)
-            q[0][0] = q[0][1] = q[1][0] = q[1][1] = _mm_setzero_si128();
-    }
-
-    int roomBlocks() const { return kPieceBlocks - pending_; }
-
-    void blocks(const T* a, const T* b, int n)
-    {
-        auto acc = acc_;
         if constexpr (Pixel == 1) {
             // Widening by shuffles keeps the multiply ports free for pmaddwd.
             const __m128i zero = _mm_setzero_si128();
-            __m128i s = acc.v[0][0][0], t = acc.v[0][0][1];
-            eachVector<1, 16, P::kTwo>(a, b, n, [&](int, std::ptrdiff_t o) {
-                const __m128i v = P::vec(a + o, b + o);
-                const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
-                s = _mm_add_epi32(s, _mm_madd_epi16(lo, lo));
-                t = _mm_add_epi32(t, _mm_madd_epi16(hi, hi));
-            });
-            acc.v[0][0][0] = s;
-            acc.v[0][0][1] = t;
+            const __m128i lo = _mm_unpacklo_epi8(v, zero), hi = _mm_unpackhi_epi8(v, zero);
+            q[0] = _mm_add_epi32(q[0], _mm_madd_epi16(lo, lo));
+            q[1] = _mm_add_epi32(q[1], _mm_madd_epi16(hi, hi));
         } else {
-            const __m128i low8 = _mm_set1_epi16(0x00ff), low16 = _mm_set1_epi32(0xffff);
-            eachVector<Pixel, 16, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-                const __m128i v = P::vec(a + o, b + o);
-                const __m128i even = _mm_and_si128(v, low8), odd = _mm_srli_epi16(v, 8);
-                const __m128i sq[2] = {_mm_mullo_epi16(even, even), _mm_mullo_epi16(odd, odd)};
-                auto& q = acc.v[slot % kSlots];
-                for (int e = 0; e < 2; ++e) {
-                    q[e][0] = _mm_add_epi32(q[e][0], _mm_and_si128(sq[e], low16));
-                    q[e][1] = _mm_add_epi32(q[e][1], _mm_srli_epi32(sq[e], 16));
-                }
-            });
-        }
-        acc_ = acc;
-        pending_ += n;
-        if (pending_ == kPieceBlocks)
-            flush();
-    }
-
-    void pixel(const T* a, const T* b)
-    {
-        for (int c = 0; c < Pixel; ++c) {
-            const std::int64_t v = P::one(a + c, b + c);
-            totals_[c].add(v * v);
+            const __m128i even = _mm_and_si128(v, _mm_set1_epi16(0x00ff)), odd = _mm_srli_epi16(v, 8);
+            const __m128i sq[2] = {_mm_mullo_epi16(even, even), _mm_mullo_epi16(odd, odd)};
+            for (int e = 0; e < 2; ++e) {
+                q[2 * e] = _mm_add_epi32(q[2 * e], _mm_and_si128(sq[e], _mm_set1_epi32(0xffff)));
+                q[2 * e + 1] = _mm_add_epi32(q[2 * e + 1], _mm_srli_epi32(sq[e], 16));
+            }
         }
     }
-
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
-
-    void finish(double* out)
-    {
-        flush();
-        for (int c = 0; c < Pixel; ++c)
-            out[c] = totals_[c].toDouble();
-    }
-
-private:
-    static constexpr int kPieceBlocks = 32768 / kBlockPixels;
-
-    // C3, C4: lane i of acc_[q][e][h] holds element 16q + 4i + 2h + e.
-    void flush()
-    {
-        for (int q = 0; q < kSlots; ++q)
-            for (int e = 0; e < 2; ++e)
-                for (int h = 0; h < 2; ++h) {
-                    addLanes<std::uint32_t, Pixel>(totals_, acc_.v[q][e][h], 16 * q + 2 * h + e, 4);
-                    acc_.v[q][e][h] = _mm_setzero_si128();
-                }
-        pending_ = 0;
-    }
-
-    struct {
-        __m128i v[kSlots][2][2];
-    } acc_;
-    int pending_ = 0;
-    WideSum totals_[Pixel];
+    // C3, C4: lane i of part 2e + h holds element 4i + 2h + e.
+    static constexpr int element(int part, int i) { return 4 * i + 2 * (part % 2) + part / 2; }
 };
 
 // Sums of squares of unsigned 16-bit values: the 32-bit squares (below 2^32)
-// from pmullw and pmulhuw, split into even and odd 64-bit lanes. The lanes
-// reach the totals every 2^20 blocks (at most 2^22 squares each).
-template <int Pixel, class P>
-class SqU16 {
-public:
-    using T = typename P::T;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 1;
-    static constexpr int kBlockPixels = 8 * kBlockVectors<Pixel> / Pixel;
-    static constexpr bool kMergeRows = true;
+// from pmullw and pmulhuw, split into even and odd 64-bit lanes, for 2^20
+// blocks (at most 2^22 squares each).
+template <int Pixel>
+struct SqU16 {
+    using Lane = std::uint64_t;
+    static constexpr int kParts = Pixel == 1 ? 1 : 4;
+    static constexpr int kNarrowBlocks = 1 << 20;
+    static constexpr bool kSquare = true;
 
-    SqU16()
-    {
-        for (auto& q : acc_.v)
-            q[0][0] = q[0][1] = q[1][0] = q[1][1] = _mm_setzero_si128();
-    }
-
-    int roomBlocks() const { return kNarrowBlocks - pending_; }
-
-    void blocks(const T* a, const T* b, int n)
+    static void add(__m128i* q, __m128i v)
     {
         const __m128i low32 = _mm_set_epi32(0, -1, 0, -1);
-        auto acc = acc_;
-        eachVector<Pixel, 8, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-            const __m128i v = P::vec(a + o, b + o);
-            const __m128i lo = _mm_mullo_epi16(v, v), hi = _mm_mulhi_epu16(v, v);
-            const __m128i sq[2] = {_mm_unpacklo_epi16(lo, hi), _mm_unpackhi_epi16(lo, hi)};
-            auto& q = acc.v[slot % kSlots];
-            if constexpr (Pixel == 1) {
-                const __m128i s0 = _mm_add_epi64(_mm_and_si128(sq[0], low32), _mm_srli_epi64(sq[0], 32));
-                const __m128i s1 = _mm_add_epi64(_mm_and_si128(sq[1], low32), _mm_srli_epi64(sq[1], 32));
-                q[0][0] = _mm_add_epi64(q[0][0], _mm_add_epi64(s0, s1));
-            } else {
-                for (int h = 0; h < 2; ++h) {
-                    q[h][0] = _mm_add_epi64(q[h][0], _mm_and_si128(sq[h], low32));
-                    q[h][1] = _mm_add_epi64(q[h][1], _mm_srli_epi64(sq[h], 32));
-                }
+        const __m128i lo = _mm_mullo_epi16(v, v), hi = _mm_mulhi_epu16(v, v);
+        const __m128i sq[2] = {_mm_unpacklo_epi16(lo, hi), _mm_unpackhi_epi16(lo, hi)};
+        if constexpr (Pixel == 1) {
+            const __m128i s0 = _mm_add_epi64(_mm_and_si128(sq[0], low32), _mm_srli_epi64(sq[0], 32));
+            const __m128i s1 = _mm_add_epi64(_mm_and_si128(sq[1], low32), _mm_srli_epi64(sq[1], 32));
+            q[0] = _mm_add_epi64(q[0], _mm_add_epi64(s0, s1));
+        } else {
+            for (int h = 0; h < 2; ++h) {
+                q[2 * h] = _mm_add_epi64(q[2 * h], _mm_and_si128(sq[h], low32));
+                q[2 * h + 1] = _mm_add_epi64(q[2 * h + 1], _mm_srli_epi64(sq[h], 32));
             }
-        });
-        acc_ = acc;
-        pending_ += n;
-        if (pending_ == kNarrowBlocks)
-            flush();
-    }
-
-    void pixel(const T* a, const T* b)
-    {
-        for (int c = 0; c < Pixel; ++c) {
-            const std::int64_t v = P::one(a + c, b + c);
-            totals_[c].add(v * v);
         }
     }
-
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
-
-    void finish(double* out)
-    {
-        flush();
-        for (int c = 0; c < Pixel; ++c)
-            out[c] = totals_[c].toDouble();
-    }
-
-private:
-    static constexpr int kNarrowBlocks = 1 << 20;
-
-    // Lane l of acc_[q][h][e] holds element 8q + 4h + 2l + e.
-    void flush()
-    {
-        for (int q = 0; q < kSlots; ++q)
-            for (int h = 0; h < 2; ++h)
-                for (int e = 0; e < 2; ++e) {
-                    addLanes<std::uint64_t, Pixel>(totals_, acc_.v[q][h][e], 8 * q + 4 * h + e, 2);
-                    acc_.v[q][h][e] = _mm_setzero_si128();
-                }
-        pending_ = 0;
-    }
-
-    struct {
-        __m128i v[kSlots][2][2];
-    } acc_;
-    int pending_ = 0;
-    WideSum totals_[Pixel];
+    // C3, C4: lane i of part 2h + e holds element 4h + 2i + e.
+    static constexpr int element(int part, int i) { return 4 * (part / 2) + 2 * i + part % 2; }
 };
 
 // ---------------------------------------------------------------- integer maxima
@@ -733,86 +589,60 @@ private:
 // 32-bit lanes only as signed numbers, so those lanes are biased by the sign
 // bit first.
 template <int Pixel, class P>
-class MaxInt {
+class MaxInt : public Blocked<MaxInt<Pixel, P>, Pixel, P, 1> {
+    using Base = Blocked<MaxInt, Pixel, P, 1>;
+
 public:
     using T = typename P::T;
-    static constexpr int kLaneBytes = sizeof(T), kLanes = 16 / kLaneBytes;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 1;
-    static constexpr int kBlockPixels = kLanes * kBlockVectors<Pixel> / Pixel;
-    static constexpr bool kMergeRows = true;
-    using Lane = std::conditional_t<kLaneBytes == 1, std::uint8_t,
-                                    std::conditional_t<kLaneBytes == 2, std::uint16_t, std::uint32_t>>;
+    using Lane = std::conditional_t<sizeof(T) == 1, std::uint8_t,
+                                    std::conditional_t<sizeof(T) == 2, std::uint16_t, std::uint32_t>>;
 
-    MaxInt()
+    // Xor-ed into every lane so that signed compares order unsigned values;
+    // 8-bit lanes have an unsigned maximum and stay as they are.
+    static __m128i start()
     {
-        for (__m128i& v : acc_.v)
-            v = bias();
+        if constexpr (sizeof(T) == 1)
+            return _mm_setzero_si128();
+        else if constexpr (sizeof(T) == 2)
+            return _mm_set1_epi16(static_cast<short>(0x8000));
+        else
+            return _mm_set1_epi32(static_cast<int>(0x80000000u));
     }
 
-    int roomBlocks() const { return 1 << 24; }
-
-    void blocks(const T* a, const T* b, int n)
+    static void add(__m128i* m, const T* a, const T* b)
     {
-        auto acc = acc_;
-        eachVector<Pixel, kLanes, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-            const __m128i v = _mm_xor_si128(P::vec(a + o, b + o), bias());
-            __m128i& m = acc.v[slot % kSlots];
-            if constexpr (kLaneBytes == 1)
-                m = _mm_max_epu8(m, v);
-            else if constexpr (kLaneBytes == 2)
-                m = _mm_max_epi16(m, v);
-            else
-                m = select(_mm_cmpgt_epi32(v, m), v, m);
-        });
-        acc_ = acc;
+        const __m128i v = _mm_xor_si128(P::vec(a, b), start());
+        if constexpr (sizeof(T) == 1)
+            m[0] = _mm_max_epu8(m[0], v);
+        else if constexpr (sizeof(T) == 2)
+            m[0] = _mm_max_epi16(m[0], v);
+        else
+            m[0] = select(_mm_cmpgt_epi32(v, m[0]), v, m[0]);
     }
 
     void pixel(const T* a, const T* b)
     {
         for (int c = 0; c < Pixel; ++c) {
             const std::int64_t v = P::one(a + c, b + c);
-            if (v > tail_[c])
-                tail_[c] = v;
+            if (v > best_[c])
+                best_[c] = v;
         }
     }
-
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
 
     void finish(double* out)
     {
-        std::int64_t best[Pixel];
+        for (int q = 0; q < Base::kSlots; ++q)
+            eachLane<Lane>(_mm_xor_si128(this->acc_.v[q][0], start()), [&](int i, Lane x) {
+                std::int64_t& m = best_[(q * Base::kLanes + i) % Pixel];
+                if (x > m)
+                    m = x;
+            });
         for (int c = 0; c < Pixel; ++c)
-            best[c] = tail_[c];
-        for (int q = 0; q < kSlots; ++q) {
-            alignas(16) Lane lane[kLanes];
-            storea(lane, _mm_xor_si128(acc_.v[q], bias()));
-            for (int i = 0; i < kLanes; ++i) {
-                std::int64_t& m = best[(kLanes * q + i) % Pixel];
-                if (lane[i] > m)
-                    m = lane[i];
-            }
-        }
-        for (int c = 0; c < Pixel; ++c)
-            out[c] = static_cast<double>(best[c]);
+            out[c] = static_cast<double>(best_[c]);
     }
 
 private:
-    // Xor-ed into every lane so that signed compares order unsigned values;
-    // 8-bit lanes have an unsigned maximum and stay as they are.
-    static __m128i bias()
-    {
-        if constexpr (kLaneBytes == 1)
-            return _mm_setzero_si128();
-        else if constexpr (kLaneBytes == 2)
-            return _mm_set1_epi16(static_cast<short>(0x8000));
-        else
-            return _mm_set1_epi32(static_cast<int>(0x80000000u));
-    }
-
-    struct {
-        __m128i v[kSlots];
-    } acc_;
-    std::int64_t tail_[Pixel] = {};
+    std::int64_t best_[Pixel] = {};  // of the scalar tails until finish()
 };
 
 // ---------------------------------------------------------------- float kernels
@@ -822,27 +652,21 @@ private:
 // the partial sums are combined and added to per-channel double totals, so
 // rounding errors grow with the row length, not with the image.
 template <int Pixel, class P, bool Square>
-class SumF {
+class SumF : public Blocked<SumF<Pixel, P, Square>, Pixel, P, 1, 4> {
+    using Base = Blocked<SumF, Pixel, P, 1, 4>;
+
 public:
     using T = Pvx32f;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 4;
-    static constexpr int kBlockPixels = 4 * kBlockVectors<Pixel> / Pixel;
     static constexpr bool kMergeRows = false;
 
-    SumF() { clearRow(); }
+    static __m128 start() { return _mm_setzero_ps(); }
 
-    int roomBlocks() const { return 1 << 24; }
-
-    void blocks(const T* a, const T* b, int n)
+    static void add(__m128* q, const T* a, const T* b)
     {
-        auto acc = acc_;
-        eachVector<Pixel, 4, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-            __m128 v = P::vecf(a + o, b + o);
-            if constexpr (Square)
-                v = _mm_mul_ps(v, v);
-            acc.v[slot % kSlots] = _mm_add_ps(acc.v[slot % kSlots], v);
-        });
-        acc_ = acc;
+        __m128 v = P::vecf(a, b);
+        if constexpr (Square)
+            v = _mm_mul_ps(v, v);
+        q[0] = _mm_add_ps(q[0], v);
     }
 
     void pixel(const T* a, const T* b)
@@ -855,27 +679,25 @@ public:
 
     void row(const T* a, const T* b, int width)
     {
-        blockedRow(*this, a, b, width);
+        Base::row(a, b, width);
         double row[Pixel];
         for (int c = 0; c < Pixel; ++c)
             row[c] = tail_[c];
+        const auto& acc = this->acc_.v;
+        const auto addLanes = [&row](int q, __m128 v) {
+            eachLane<float>(v, [&](int i, float x) { row[(4 * q + i) % Pixel] += x; });
+        };
         if constexpr (Pixel != 3) {
-            // Lane i of every accumulator is channel i mod Pixel.
-            alignas(16) float lane[4];
-            _mm_store_ps(lane, _mm_add_ps(_mm_add_ps(acc_.v[0], acc_.v[1]), _mm_add_ps(acc_.v[2], acc_.v[3])));
-            for (int i = 0; i < 4; ++i)
-                row[i % Pixel] += lane[i];
+            addLanes(0, _mm_add_ps(_mm_add_ps(acc[0][0], acc[1][0]), _mm_add_ps(acc[2][0], acc[3][0])));
         } else {
-            for (int q = 0; q < kSlots; ++q) {
-                alignas(16) float lane[4];
-                _mm_store_ps(lane, acc_.v[q]);
-                for (int i = 0; i < 4; ++i)
-                    row[(4 * q + i) % 3] += lane[i];
-            }
+            for (int q = 0; q < 3; ++q)
+                addLanes(q, acc[q][0]);
         }
         for (int c = 0; c < Pixel; ++c)
             totals_[c] += row[c];
-        clearRow();
+        this->restart();
+        for (float& t : tail_)
+            t = 0;
     }
 
     void finish(double* out)
@@ -885,18 +707,7 @@ public:
     }
 
 private:
-    void clearRow()
-    {
-        for (__m128& v : acc_.v)
-            v = _mm_setzero_ps();
-        for (float& t : tail_)
-            t = 0;
-    }
-
-    struct {
-        __m128 v[kSlots];
-    } acc_;
-    float tail_[Pixel];
+    float tail_[Pixel] = {};
     double totals_[Pixel] = {};
 };
 
@@ -990,32 +801,18 @@ private:
 // NaN, so the running maximum stays a number and NaN lanes are recorded
 // apart: a channel holding any NaN has the norm NaN.
 template <int Pixel, class P>
-class MaxF {
+class MaxF : public Blocked<MaxF<Pixel, P>, Pixel, P, 2, 4> {
 public:
     using T = Pvx32f;
-    static constexpr int kPixel = Pixel, kSlots = Pixel == 3 ? 3 : 4;
-    static constexpr int kBlockPixels = 4 * kBlockVectors<Pixel> / Pixel;
-    static constexpr bool kMergeRows = true;
 
-    MaxF()
+    static __m128 start() { return _mm_setzero_ps(); }
+
+    // q[0] is the running maximum, q[1] marks the lanes that met NaN.
+    static void add(__m128* q, const T* a, const T* b)
     {
-        for (int q = 0; q < kSlots; ++q)
-            acc_.v[q] = nan_.v[q] = _mm_setzero_ps();
-    }
-
-    int roomBlocks() const { return 1 << 24; }
-
-    void blocks(const T* a, const T* b, int n)
-    {
-        auto acc = acc_;
-        auto nan = nan_;
-        eachVector<Pixel, 4, P::kTwo>(a, b, n, [&](int slot, std::ptrdiff_t o) {
-            const __m128 v = P::vecf(a + o, b + o);
-            acc.v[slot % kSlots] = _mm_max_ps(v, acc.v[slot % kSlots]);
-            nan.v[slot % kSlots] = _mm_or_ps(nan.v[slot % kSlots], _mm_cmpunord_ps(v, v));
-        });
-        acc_ = acc;
-        nan_ = nan;
+        const __m128 v = P::vecf(a, b);
+        q[0] = _mm_max_ps(v, q[0]);
+        q[1] = _mm_or_ps(q[1], _mm_cmpunord_ps(v, v));
     }
 
     void pixel(const T* a, const T* b)
@@ -1029,52 +826,38 @@ public:
         }
     }
 
-    void row(const T* a, const T* b, int width) { blockedRow(*this, a, b, width); }
-
     void finish(double* out)
     {
         for (int c = 0; c < Pixel; ++c)
             out[c] = tailNan_[c] ? NAN : tail_[c];
-        for (int q = 0; q < kSlots; ++q) {
-            alignas(16) float lane[4];
-            _mm_store_ps(lane, acc_.v[q]);
-            const int isNan = _mm_movemask_ps(nan_.v[q]);
-            for (int i = 0; i < 4; ++i) {
+        for (int q = 0; q < this->kSlots; ++q) {
+            // A marked lane reads as NaN (all bits set).
+            const __m128 lanes = _mm_or_ps(this->acc_.v[q][0], this->acc_.v[q][1]);
+            eachLane<float>(lanes, [&](int i, float x) {
                 double& m = out[(4 * q + i) % Pixel];
-                if ((isNan >> i) & 1)
+                if (x != x)
                     m = NAN;
-                else if (lane[i] > m)  // false once m is NaN
-                    m = lane[i];
-            }
+                else if (x > m)  // false once m is NaN
+                    m = x;
+            });
         }
     }
 
 private:
-    struct {
-        __m128 v[kSlots];
-    } acc_, nan_;
     float tail_[Pixel] = {};
     bool tailNan_[Pixel] = {};
 };
 
 // ---------------------------------------------------------------- families
 
-// Raw sums per element of the pixel.
-template <class T, int Pixel>
-void sumValues(const T* pSrc, int srcStep, PvxiSize roi, int hint, double* out)
+// 32f sums (of squares with Square) in the precision the hint asks for.
+template <class P, bool Square, int Pixel>
+void floatSums(const Pvx32f* a, int stepA, const Pvx32f* b, int stepB, PvxiSize roi, int hint, double* out)
 {
-    if constexpr (std::is_same_v<T, Pvx8u>) {
-        reduce<SumU8<Pixel, Magnitude<T, false>>>(pSrc, srcStep, pSrc, srcStep, roi, out);
-    } else if constexpr (std::is_same_v<T, Pvx16u>) {
-        reduce<SumU16<Pixel, Magnitude<T, false>, false>>(pSrc, srcStep, pSrc, srcStep, roi, out);
-    } else if constexpr (std::is_same_v<T, Pvx16s>) {
-        reduce<SumU16<Pixel, Signed<T>, true>>(pSrc, srcStep, pSrc, srcStep, roi, out);
-    } else {
-        if (hint == pvxAlgHintAccurate)
-            reduce<SumD<Pixel, Signed<T>, false>>(pSrc, srcStep, pSrc, srcStep, roi, out);
-        else
-            reduce<SumF<Pixel, Signed<T>, false>>(pSrc, srcStep, pSrc, srcStep, roi, out);
-    }
+    if (hint == pvxAlgHintAccurate)
+        reduce<SumD<Pixel, P, Square>>(a, stepA, b, stepB, roi, out);
+    else
+        reduce<SumF<Pixel, P, Square>>(a, stepA, b, stepB, roi, out);
 }
 
 // Raw norm values per element of the pixel: the maximum magnitude (Inf), the
@@ -1084,35 +867,46 @@ template <NormKind Kind, bool Diff, class T, int Pixel>
 void normValues(const T* a, int stepA, const T* b, int stepB, PvxiSize roi, int hint, double* out)
 {
     using M = Magnitude<T, Diff>;
-    constexpr bool kFloat = std::is_same_v<T, Pvx32f>;
+    constexpr bool kFloat = std::is_same_v<T, Pvx32f>, kByte = sizeof(T) == 1;
     if constexpr (Kind == NormKind::Inf) {
-        if constexpr (kFloat)
-            reduce<MaxF<Pixel, M>>(a, stepA, b, stepB, roi, out);
-        else
-            reduce<MaxInt<Pixel, M>>(a, stepA, b, stepB, roi, out);
+        reduce<std::conditional_t<kFloat, MaxF<Pixel, M>, MaxInt<Pixel, M>>>(a, stepA, b, stepB, roi, out);
     } else if constexpr (kFloat) {
-        constexpr bool kSquare = Kind == NormKind::L2;
-        if (hint == pvxAlgHintAccurate)
-            reduce<SumD<Pixel, M, kSquare>>(a, stepA, b, stepB, roi, out);
-        else
-            reduce<SumF<Pixel, M, kSquare>>(a, stepA, b, stepB, roi, out);
-    } else if constexpr (Kind == NormKind::L1) {
-        if constexpr (sizeof(T) == 1)
-            reduce<SumU8<Pixel, M>>(a, stepA, b, stepB, roi, out);
-        else
-            reduce<SumU16<Pixel, M, false>>(a, stepA, b, stepB, roi, out);
+        floatSums<M, Kind == NormKind::L2, Pixel>(a, stepA, b, stepB, roi, hint, out);
     } else {
-        if constexpr (sizeof(T) == 1)
-            reduce<SqU8<Pixel, M>>(a, stepA, b, stepB, roi, out);
-        else
-            reduce<SqU16<Pixel, M>>(a, stepA, b, stepB, roi, out);
+        using Step = std::conditional_t<Kind == NormKind::L1,
+                                        std::conditional_t<kByte, SumU8<Pixel>, SumU16<Pixel, false>>,
+                                        std::conditional_t<kByte, SqU8<Pixel>, SqU16<Pixel>>>;
+        reduce<ExactSum<Pixel, M, Step>>(a, stepA, b, stepB, roi, out);
     }
+}
+
+// Raw sums per element of the pixel; those of unsigned data are their L1
+// norms.
+template <class T, int Pixel>
+void sumValues(const T* pSrc, int srcStep, PvxiSize roi, int hint, double* out)
+{
+    if constexpr (std::is_same_v<T, Pvx16s>)
+        reduce<ExactSum<Pixel, Signed<T>, SumU16<Pixel, true>>>(pSrc, srcStep, pSrc, srcStep, roi, out);
+    else if constexpr (std::is_same_v<T, Pvx32f>)
+        floatSums<Signed<T>, false, Pixel>(pSrc, srcStep, pSrc, srcStep, roi, hint, out);
+    else
+        normValues<NormKind::L1, false, T, Pixel>(pSrc, srcStep, pSrc, srcStep, roi, hint, out);
 }
 
 template <NormKind Kind>
 double finalNorm(double raw)
 {
     return Kind == NormKind::L2 ? std::sqrt(raw) : raw;
+}
+
+// The norms of the reported channels, of a or (Diff) of a - b.
+template <NormKind Kind, bool Diff, class T, int Pixel, int Channels>
+void norms(const T* a, int stepA, const T* b, int stepB, PvxiSize roi, int hint, Pvx64f* pNorm)
+{
+    double raw[Pixel];
+    normValues<Kind, Diff, T, Pixel>(a, stepA, b, stepB, roi, hint, raw);
+    for (int c = 0; c < Channels; ++c)
+        pNorm[c] = finalNorm<Kind>(raw[c]);
 }
 
 // The hint matters only for 32f; every value other than pvxAlgHintAccurate
@@ -1155,10 +949,7 @@ PvxStatus normImage(const T* pSrc, int srcStep, PvxiSize roiSize, Pvx64f* pNorm,
         return pvxStsSizeErr;
     if (srcStep < 1)
         return pvxStsStepErr;
-    double raw[Pixel];
-    normValues<Kind, false, T, Pixel>(pSrc, srcStep, pSrc, srcStep, roiSize, hint, raw);
-    for (int c = 0; c < Channels; ++c)
-        pNorm[c] = finalNorm<Kind>(raw[c]);
+    norms<Kind, false, T, Pixel, Channels>(pSrc, srcStep, pSrc, srcStep, roiSize, hint, pNorm);
     return pvxStsOk;
 }
 
@@ -1172,10 +963,7 @@ PvxStatus normDiffImage(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
         return pvxStsSizeErr;
     if (src1Step < 1 || src2Step < 1)
         return pvxStsStepErr;
-    double raw[Pixel];
-    normValues<Kind, true, T, Pixel>(pSrc1, src1Step, pSrc2, src2Step, roiSize, hint, raw);
-    for (int c = 0; c < Channels; ++c)
-        pNorm[c] = finalNorm<Kind>(raw[c]);
+    norms<Kind, true, T, Pixel, Channels>(pSrc1, src1Step, pSrc2, src2Step, roiSize, hint, pNorm);
     return pvxStsOk;
 }
 

@@ -402,14 +402,49 @@ void checkMember(const ArithMember& m, int path, const Shape& s, const Params& p
             EXPECT_TRUE(img->matches(before[k++], "source (must not be written)"));
 }
 
-// X-macro body: one ArithMember per export of a family; OP is set by the
-// caller through PVX_ARITH_OP.
+// The operation of an export, read from its name (Div_Round before Div).
+inline Op opOfName(const std::string& name)
+{
+    static const std::pair<const char*, Op> prefixes[] = {
+        {"pvxiAdd_", Op::Add},           {"pvxiAddC_", Op::AddC},           {"pvxiSub_", Op::Sub},
+        {"pvxiSubC_", Op::SubC},         {"pvxiMul_", Op::Mul},             {"pvxiMulC_", Op::MulC},
+        {"pvxiDiv_Round_", Op::DivRound}, {"pvxiDiv_", Op::Div},             {"pvxiDivC_", Op::DivC},
+        {"pvxiMulScale_", Op::MulScale}, {"pvxiMulCScale_", Op::MulCScale}};
+    for (const auto& [prefix, op] : prefixes)
+        if (name.rfind(prefix, 0) == 0)
+            return op;
+    ADD_FAILURE() << "no operation for " << name;
+    return Op::Add;
+}
+
+// X-macro body: one ArithMember per export of a family.
 #define PVX_ARITH_ENTRY(sig, S, D, desc, exportName)                                                        \
-    ArithMember{#exportName, #desc, PVX_ARITH_OP, sizeof(S),                                                \
+    ArithMember{#exportName, #desc, opOfName(#exportName), sizeof(S),                                       \
                 std::is_same_v<S, Pvx8u> || std::is_same_v<S, Pvx16u> || std::is_same_v<S, Pvx16s>,        \
                 &checkMember<S>, &runArgumentChecks<S>,                                                     \
                 [](int path, const ArithCall& c) { return invoke<S>(PVX_PATH_FN(exportName, path), c); }},
-#define PVX_NAME_OF_ARITH(sig, S, D, desc, exportName) #exportName,
+
+// The test suite <Name>Test over the members listed after `count` (PVX_ARITH_ENTRY
+// lists): each member on every path against the reference and through the
+// argument checks, and a test that all `count` of them were registered so.
+#define PVX_ARITH_SUITE(Name, count, ...)                                                                  \
+    const std::vector<ArithMember>& Name##Members()                                                        \
+    {                                                                                                      \
+        static const std::vector<ArithMember> members = {__VA_ARGS__};                                     \
+        return members;                                                                                    \
+    }                                                                                                      \
+    class Name##Test : public ::testing::TestWithParam<PathCase<ArithMember>> {};                          \
+    TEST_P(Name##Test, MatchesReference) { runReference(*GetParam().member, GetParam().path); }           \
+    TEST_P(Name##Test, ArgumentChecks) { GetParam().member->checkArguments(*GetParam().member, GetParam().path); } \
+    INSTANTIATE_TEST_SUITE_P(Arith, Name##Test, ::testing::ValuesIn(onEveryPath(Name##Members())), CaseName()); \
+    TEST(Name##Registration, EveryMemberOnEveryPath)                                                       \
+    {                                                                                                      \
+        std::vector<std::string> names;                                                                    \
+        for (const ArithMember& m : Name##Members())                                                       \
+            names.push_back(m.name);                                                                       \
+        EXPECT_EQ(names.size(), count);                                                                    \
+        expectEveryCaseRegistered("Arith/" #Name "Test", {"MatchesReference", "ArgumentChecks"}, names);   \
+    }
 
 // Shapes: widths 1, 3, 15, 17, 65, 130 with padded steps and destination
 // misalignment, a contiguous image, and images ending at guard pages.

@@ -9,11 +9,11 @@
 #include <limits>
 #include <type_traits>
 
-#include "support/harness.h"
+#include "stats/stats_rig.h"
 
 namespace {
 
-using namespace pvxtest;
+using namespace statstest;
 
 enum Kind { kMin, kMax, kMinMax, kMinIndx, kMaxIndx };
 
@@ -39,25 +39,7 @@ PvxStatus invoke(F f, const void* src, int step, PvxiSize roi, Out* out, int nul
         return f(s, step, roi, a, ptr(2, out->x), ptr(3, out->y));
 }
 
-template <class T>
-double readAs(const unsigned char* p)
-{
-    T v;
-    return std::memcpy(&v, p, sizeof v), double(v);
-}
-
-template <class T>
-void writeAs(unsigned char* p, double v)  // NaN: a quiet NaN with a payload
-{
-    const T t = static_cast<T>(v);
-    std::memcpy(p, std::isnan(v) ? static_cast<const void*>(&floatEdgeCases()[1]) : &t, sizeof t);
-}
-
-struct Member {
-    const char* name;
-    const char* descriptor;
-    Kind kind;
-    std::size_t elem;
+struct Member : MemberId<Kind> {
     bool isFloat;
     double lo, hi;  // range of the type (finite)
     double (*read)(const unsigned char*);
@@ -66,7 +48,7 @@ struct Member {
 };
 
 #define PVX_EXTREMA_MEMBER(kind, S, desc, exportName)                                                              \
-    Member{#exportName, #desc, kind, sizeof(S), std::is_floating_point_v<S>,                                       \
+    Member{{#exportName, #desc, kind, sizeof(S)}, std::is_floating_point_v<S>,                                     \
            double(std::numeric_limits<S>::lowest()), double(std::numeric_limits<S>::max()), readAs<S>, writeAs<S>, \
            [](int path, const void* s, int step, PvxiSize roi, Out* out, int nullArg) {                            \
                return invoke<S>(PVX_PATH_FN(exportName, path), s, step, roi, out, nullArg);                        \
@@ -76,7 +58,6 @@ struct Member {
 #define PVX_MINMAX(sig, S, D, desc, n) PVX_EXTREMA_MEMBER(kMinMax, S, desc, n)
 #define PVX_MININDX(sig, S, D, desc, n) PVX_EXTREMA_MEMBER(kMinIndx, S, desc, n)
 #define PVX_MAXINDX(sig, S, D, desc, n) PVX_EXTREMA_MEMBER(kMaxIndx, S, desc, n)
-#define PVX_NAME_OF(sig, S, D, desc, exportName) #exportName,
 
 const std::vector<Member>& members()
 {
@@ -235,10 +216,7 @@ std::vector<Shape> shapes()
     return v;
 }
 
-class ExtremaTest : public ::testing::TestWithParam<PathCase<Member>> {
-protected:
-    const Member& member() const { return *GetParam().member; }
-};
+class ExtremaTest : public MemberTest<Member> {};
 
 TEST_P(ExtremaTest, MatchesReference)
 {
@@ -252,7 +230,7 @@ TEST_P(ExtremaTest, MatchesReference)
                 Rng rng(i * 7919 + int(f) * 131 + variant);
                 Rig rig(member(), all[i], rng);
                 rig.fill(f, variant + int(i));
-                rig.check(GetParam().path);
+                rig.check(path());
             }
         }
 }
@@ -271,7 +249,7 @@ TEST_P(ExtremaTest, ArgumentChecks)
         Out out;
         std::memset(&out, 0xa5, sizeof out);
         const Out before = out;
-        EXPECT_EQ(member().call(GetParam().path, rig.img.origin(), rig.img.step(), roi, &out, nullArg), want);
+        EXPECT_EQ(member().call(path(), rig.img.origin(), rig.img.step(), roi, &out, nullArg), want);
         EXPECT_EQ(0, std::memcmp(&out, &before, sizeof out));
     };
     for (int p = 0; p < pointers; ++p)
@@ -285,9 +263,7 @@ INSTANTIATE_TEST_SUITE_P(Stats, ExtremaTest, ::testing::ValuesIn(onEveryPath(mem
 
 TEST(ExtremaRegistration, EveryMemberOnEveryPath)
 {
-    const std::vector<std::string> names = {PVX_MEMBERS_Min(PVX_NAME_OF) PVX_MEMBERS_Max(PVX_NAME_OF)
-                                                PVX_MEMBERS_MinMax(PVX_NAME_OF) PVX_MEMBERS_MinIndx(PVX_NAME_OF)
-                                                    PVX_MEMBERS_MaxIndx(PVX_NAME_OF)};
+    const std::vector<std::string> names = namesOf(members());
     EXPECT_EQ(names.size(), 5u * 4u * 4u);  // five families, four types, four layouts
     expectEveryCaseRegistered("Stats/ExtremaTest", {"MatchesReference", "ArgumentChecks"}, names);
 }

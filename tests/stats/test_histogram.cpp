@@ -6,11 +6,11 @@
 #include <functional>
 #include <type_traits>
 
-#include "support/harness.h"
+#include "stats/stats_rig.h"
 
 namespace {
 
-using namespace pvxtest;
+using namespace statstest;
 
 enum class Kind { Range, Even, Spec };
 
@@ -50,11 +50,7 @@ PvxStatus invoke(F f, const HistCall& c)
         return f(s, c.step, c.roi, hist, nullIf(2, lv), nullIf(4, c.nLevels), nullIf(8, c.lower), nullIf(16, c.upper));
 }
 
-struct HistMember {
-    const char* name;
-    const char* descriptor;
-    Kind kind;
-    std::size_t elem;
+struct HistMember : MemberId<Kind> {
     int type;
     PvxStatus (*call)(int path, const HistCall&);
 };
@@ -69,9 +65,8 @@ Kind kindOf(const std::string& sig)
 }
 
 #define PVX_HIST_MEMBER(sig, S, D, desc, exportName)                                 \
-    HistMember{#exportName, #desc, kindOf(#sig), sizeof(S), kTypeCode<S>,            \
+    HistMember{{#exportName, #desc, kindOf(#sig), sizeof(S)}, kTypeCode<S>,          \
                [](int path, const HistCall& c) { return invoke<S>(PVX_PATH_FN(exportName, path), c); }},
-#define PVX_NAME_OF(sig, S, D, desc, exportName) #exportName,
 
 const std::vector<HistMember>& histMembers()
 {
@@ -246,10 +241,9 @@ struct HistRig {
     }
 };
 
-class HistogramTest : public ::testing::TestWithParam<PathCase<HistMember>> {
+class HistogramTest : public MemberTest<HistMember> {
 protected:
-    const HistMember& member() const { return *GetParam().member; }
-    PvxStatus call(const HistCall& c) const { return member().call(GetParam().path, c); }
+    PvxStatus call(const HistCall& c) const { return member().call(path(), c); }
 };
 
 // Odd widths, padded and contiguous rows, every level mode on each; long
@@ -266,7 +260,7 @@ TEST_P(HistogramTest, MatchesReference)
     for (std::size_t i = 0; i < shapes.size(); ++i) {
         SCOPED_TRACE(describe(shapes[i]) + " mode " + std::to_string(i % 4));
         Rng rng(i * 7919 + 17);
-        HistRig rig(member(), GetParam().path, shapes[i], int(i % 4), rng);
+        HistRig rig(member(), path(), shapes[i], int(i % 4), rng);
         const Bytes before = rig.src->contents();
         EXPECT_EQ(call(rig.call), pvxStsOk);
         rig.expectResult();
@@ -279,7 +273,7 @@ TEST_P(HistogramTest, MatchesReference)
 TEST_P(HistogramTest, ArgumentChecks)
 {
     Rng rng(5);
-    HistRig rig(member(), GetParam().path, Shape{5, 2, 4, 4}, 0, rng);
+    HistRig rig(member(), path(), Shape{5, 2, 4, 4}, 0, rng);
     const int last = rig.channels - 1, type = member().type;
     const bool multi = rig.d.src.pixel > 1;
     using Edit = std::function<void(HistCall&)>;
@@ -293,8 +287,8 @@ TEST_P(HistogramTest, ArgumentChecks)
     const float lv[2] = {0, 1}, *lvs[4] = {lv, lv, lv, lv};
     const int n[4] = {2, 2, 2, 2};
     const std::vector<Pvx8u> blank(4096, 0),
-        otherType = initSpec(GetParam().path, type == pvx8u ? pvx16u : pvx8u, rig.channels, lvs, n),
-        otherChannels = initSpec(GetParam().path, type, rig.channels == 1 ? 3 : 1, lvs, n);
+        otherType = initSpec(path(), type == pvx8u ? pvx16u : pvx8u, rig.channels, lvs, n),
+        otherChannels = initSpec(path(), type, rig.channels == 1 ? 3 : 1, lvs, n);
     if (member().kind != Kind::Spec) {
         cases.push_back({pvxStsNullPtrErr, {[=](HistCall& c) { c.levels[last] = nullptr; }, badSize}});
         cases.push_back({multi ? pvxStsHistoNofLevelsErr : pvxStsSizeErr, {oneLevel, badSize}});
@@ -330,8 +324,7 @@ INSTANTIATE_TEST_SUITE_P(Stats, HistogramTest, ::testing::ValuesIn(onEveryPath(h
 
 TEST(HistogramRegistration, EveryMemberOnEveryPath)
 {
-    const std::vector<std::string> names = {PVX_MEMBERS_HistogramRange(PVX_NAME_OF) PVX_MEMBERS_HistogramEven(
-        PVX_NAME_OF) PVX_MEMBERS_Histogram(PVX_NAME_OF)};
+    const std::vector<std::string> names = namesOf(histMembers());
     EXPECT_EQ(names.size(), 16u + 12u + 12u);
     expectEveryCaseRegistered("Stats/HistogramTest", {"MatchesReference", "ArgumentChecks"}, names);
 }

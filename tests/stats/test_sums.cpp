@@ -9,11 +9,11 @@
 #include <cmath>
 #include <type_traits>
 
-#include "support/harness.h"
+#include "stats/stats_rig.h"
 
 namespace {
 
-using namespace pvxtest;
+using namespace statstest;
 
 enum class Family { Sum, Mean, Norm, NormDiff, NormRel };
 enum class Kind { None, Inf, L1, L2 };
@@ -40,21 +40,6 @@ PvxStatus invoke(F f, const Call& c)
         return f(a, c.step1, b, c.step2, c.roi, c.out);
     else
         return f(a, c.step1, b, c.step2, c.roi, c.out, c.hint);
-}
-
-template <class T>
-double getAs(const unsigned char* p)
-{
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return static_cast<double>(v);
-}
-
-template <class T>
-void putAs(unsigned char* p, double value)
-{
-    const T v = static_cast<T>(value);
-    std::memcpy(p, &v, sizeof v);
 }
 
 struct Member {
@@ -85,12 +70,11 @@ Member makeMember(const std::string& name, const char* desc, PvxStatus (*call)(i
     const double lo = std::numeric_limits<T>::lowest(), hi = std::numeric_limits<T>::max();
     const bool negativeBigger = -lo > hi;
     return {name,  f,  k,  parseDescriptor(desc), sizeof(T), std::is_floating_point_v<T>, negativeBigger ? lo : hi,
-            negativeBigger ? hi : lo, getAs<T>, putAs<T>, call};
+            negativeBigger ? hi : lo, readAs<T>, writeAs<T>, call};
 }
 
 #define PVX_SUMS_MEMBER(sig, S, D, desc, exportName) \
     makeMember<S>(#exportName, #desc, [](int path, const Call& c) { return invoke<S>(PVX_PATH_FN(exportName, path), c); }),
-#define PVX_NAME_OF(sig, S, D, desc, exportName) #exportName,
 
 const std::vector<Member>& members()
 {
@@ -249,11 +233,8 @@ void expectResults(const Rig& r, const Expected& e, PvxStatus got)
     EXPECT_TRUE(r.untouchedFrom(r.m.d.src.used)) << "written past the results";
 }
 
-class SumsTest : public ::testing::TestWithParam<PathCase<Member>> {
+class SumsTest : public MemberTest<Member> {
 protected:
-    const Member& member() const { return *GetParam().member; }
-    int path() const { return GetParam().path; }
-
     // Runs each shape (float members twice: with the accurate hint and with
     // one of the others); sources must be left as they were.
     void runShapes(const std::vector<Shape>& shapes, Fill fill = Fill::Random)
@@ -440,9 +421,7 @@ TEST(SumsExamples, DocumentedValues)
 
 TEST(SumsRegistration, EveryMemberOnEveryPath)
 {
-    const std::vector<std::string> names = {PVX_MEMBERS_Sum(PVX_NAME_OF) PVX_MEMBERS_Mean(PVX_NAME_OF)
-                                                PVX_MEMBERS_Norm(PVX_NAME_OF) PVX_MEMBERS_NormDiff(PVX_NAME_OF)
-                                                    PVX_MEMBERS_NormRel(PVX_NAME_OF)};
+    const std::vector<std::string> names = namesOf(members());
     EXPECT_EQ(names.size(), 16u + 16u + 49u + 48u + 48u);
     expectEveryCaseRegistered("Stats/SumsTest",
                               {"MatchesReference", "ZeroAndNegativeSteps", "ZeroReferenceAndNaN", "ArgumentChecks"}, names);
