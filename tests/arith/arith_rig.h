@@ -283,7 +283,8 @@ struct Rig {
     T values[4];
     ArithCall call;
 
-    // constants: 0 random, 1 all zero, 2 all one (constant forms).
+    // constants: 0 random, 1 all zero, 2 all one, 3 random in the lower half
+    // of the type's range (constant forms).
     Rig(const ArithMember& m, const Shape& s, const Params& p, int constants, Rng& rng)
         : d(parseDescriptor(m.descriptor)), op(m.op)
     {
@@ -302,6 +303,8 @@ struct Rig {
             if constexpr (kComplex<T>) {
                 if (constants != 0)
                     v = T{k, P(0)};
+            } else if (constants == 3) {
+                v = static_cast<T>(v / 2);
             } else if (constants != 0) {
                 v = k;
             }
@@ -480,6 +483,12 @@ inline void runReference(const ArithMember& m, int path)
         SCOPED_TRACE(describe(shapes[i]) + " scale " + std::to_string(p.scale) + " rnd " + std::to_string(p.rnd) +
                      " constants " + std::to_string(constants));
         m.check(m, path, shapes[i], p, constants, i * 7919 + 11);
+    }
+    // Scale factor 0 with small constants: the kernels that hold only while
+    // every product fits (MulC 8u below 128).
+    for (std::size_t i = 0; isConstantOp(m.op) && m.op != Op::DivC && i < shapes.size(); ++i) {
+        SCOPED_TRACE(describe(shapes[i]) + " scale 0, constants in the lower half");
+        m.check(m, path, shapes[i], Params{}, 3, i * 104729 + 7);
     }
     for (int s = -40; sfs && s <= 40; ++s) {
         Params p;
