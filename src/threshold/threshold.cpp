@@ -234,21 +234,6 @@ PvxStatus replaceImage(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSiz
 
 // ---------------------------------------------------------------- plain, _LT, _GT
 
-// C1: pointers, ROI size, steps, then the operator.
-template <class T, int Pixel, int Used>
-PvxStatus thresholdPlain(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T threshold, int cmpOp)
-{
-    if (anyNull(pSrc, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    if (badOperator(cmpOp))
-        return pvxStsNotSupportedModeErr;
-    return clampImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, &threshold, cmpOp);
-}
-
 // C3, AC4: pointers, ROI size, steps, the threshold array, then the operator.
 template <class T, int Pixel, int Used>
 PvxStatus thresholdPlain(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const T* threshold, int cmpOp)
@@ -264,6 +249,14 @@ PvxStatus thresholdPlain(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiS
     if (badOperator(cmpOp))
         return pvxStsNotSupportedModeErr;
     return clampImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, cmpOp);
+}
+
+// C1: the same order without the array: pointers, ROI size, steps, then the
+// operator (the threshold's address is never null).
+template <class T, int Pixel, int Used>
+PvxStatus thresholdPlain(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T threshold, int cmpOp)
+{
+    return thresholdPlain<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, &threshold, cmpOp);
 }
 
 // In place: the out-of-place form on one image. Th is T (C1) or const T*.
@@ -301,29 +294,13 @@ PvxStatus thresholdGreaterI(T* pSrcDst, int srcDstStep, PvxiSize roiSize, Th thr
 
 // ---------------------------------------------------------------- _Val, _LTVal, _GTVal
 
-// C1: the operator before anything else, then pointers, ROI size, steps.
+// Pointers, ROI size, steps, then the two arrays: the whole order of the C4
+// forms, which exist only with a fixed operator; _Val checks its operator
+// before these.
 template <class T, int Pixel, int Used>
-PvxStatus thresholdVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T threshold, T value,
-                       int cmpOp)
+PvxStatus thresholdValues(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const T* threshold,
+                          const T* value, int cmpOp)
 {
-    if (badOperator(cmpOp))
-        return pvxStsNotSupportedModeErr;
-    if (anyNull(pSrc, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    return replaceImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, &threshold, &value, cmpOp);
-}
-
-// C3, AC4: the operator, pointers, ROI size, steps, then the two arrays.
-template <class T, int Pixel, int Used>
-PvxStatus thresholdVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const T* threshold,
-                       const T* value, int cmpOp)
-{
-    if (badOperator(cmpOp))
-        return pvxStsNotSupportedModeErr;
     if (anyNull(pSrc, pDst))
         return pvxStsNullPtrErr;
     if (roiEmpty(roiSize))
@@ -333,6 +310,25 @@ PvxStatus thresholdVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSiz
     if (anyNull(threshold, value))
         return pvxStsNullPtrErr;
     return replaceImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
+}
+
+// C3, AC4: the operator before anything else, then pointers, ROI size,
+// steps, the two arrays.
+template <class T, int Pixel, int Used>
+PvxStatus thresholdVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const T* threshold,
+                       const T* value, int cmpOp)
+{
+    if (badOperator(cmpOp))
+        return pvxStsNotSupportedModeErr;
+    return thresholdValues<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
+}
+
+// C1: the same order without the arrays (their addresses are never null).
+template <class T, int Pixel, int Used>
+PvxStatus thresholdVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T threshold, T value,
+                       int cmpOp)
+{
+    return thresholdVal<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, &threshold, &value, cmpOp);
 }
 
 template <class T, int Pixel, int Used, class Th>
@@ -341,31 +337,14 @@ PvxStatus thresholdValI(T* pSrcDst, int srcDstStep, PvxiSize roiSize, Th thresho
     return thresholdVal<T, Pixel, Used>(pSrcDst, srcDstStep, pSrcDst, srcDstStep, roiSize, threshold, value, cmpOp);
 }
 
-// C4 exists only with a fixed operator and has its own order: pointers, ROI
-// size, steps, then the two arrays (no operator to check).
-template <class T, int Pixel, int Used>
-PvxStatus thresholdFixedVal4(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, const T* threshold,
-                             const T* value, int cmpOp)
-{
-    if (anyNull(pSrc, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    if (anyNull(threshold, value))
-        return pvxStsNullPtrErr;
-    return replaceImage<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
-}
-
-// _LTVal and _GTVal: _Val with the fixed operator (C1, C3, AC4), or the C4
-// routine above.
+// _LTVal and _GTVal: _Val with the fixed operator (C1, C3, AC4); C4 has no
+// operator to check.
 template <class T, int Pixel, int Used, class Th>
 PvxStatus thresholdFixedVal(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, Th threshold, Th value,
                             int cmpOp)
 {
     if constexpr (Used == 4)
-        return thresholdFixedVal4<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
+        return thresholdValues<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
     else
         return thresholdVal<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, threshold, value, cmpOp);
 }
@@ -398,26 +377,9 @@ PvxStatus thresholdGreaterValI(T* pSrcDst, int srcDstStep, PvxiSize roiSize, Th 
 
 // ---------------------------------------------------------------- _LTValGTVal
 
-// C1: pointers, ROI size, steps, then the thresholds' order (equal accepted;
-// a NaN threshold compares false and is accepted).
-template <class T, int Pixel, int Used>
-PvxStatus thresholdBand(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T thresholdLT,
-                              T valueLT, T thresholdGT, T valueGT)
-{
-    if (anyNull(pSrc, pDst))
-        return pvxStsNullPtrErr;
-    if (roiEmpty(roiSize))
-        return pvxStsSizeErr;
-    if (srcStep < 1 || dstStep < 1)
-        return pvxStsStepErr;
-    if (thresholdGT < thresholdLT)
-        return pvxStsThresholdErr;
-    return thresholdImage<T, Pixel, Used>(BandOp<T, Pixel, Used>(&thresholdLT, &valueLT, &thresholdGT, &valueGT),
-                                          pSrc, srcStep, pDst, dstStep, roiSize);
-}
-
 // C3, AC4: pointers, ROI size, steps, the four arrays, then every channel's
-// thresholds.
+// thresholds (equal accepted; a NaN threshold compares false and is
+// accepted).
 template <class T, int Pixel, int Used>
 PvxStatus thresholdBand(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize,
                               const T* thresholdLT, const T* valueLT, const T* thresholdGT, const T* valueGT)
@@ -435,6 +397,15 @@ PvxStatus thresholdBand(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSi
             return pvxStsThresholdErr;
     return thresholdImage<T, Pixel, Used>(BandOp<T, Pixel, Used>(thresholdLT, valueLT, thresholdGT, valueGT), pSrc,
                                           srcStep, pDst, dstStep, roiSize);
+}
+
+// C1: the same order without the arrays (their addresses are never null).
+template <class T, int Pixel, int Used>
+PvxStatus thresholdBand(const T* pSrc, int srcStep, T* pDst, int dstStep, PvxiSize roiSize, T thresholdLT,
+                        T valueLT, T thresholdGT, T valueGT)
+{
+    return thresholdBand<T, Pixel, Used>(pSrc, srcStep, pDst, dstStep, roiSize, &thresholdLT, &valueLT, &thresholdGT,
+                                         &valueGT);
 }
 
 template <class T, int Pixel, int Used, class Th>
