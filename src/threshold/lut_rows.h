@@ -88,29 +88,24 @@ void lutRowPairs(const std::uint16_t* const* pair, const Pvx8u (*tab)[256], cons
                  std::int64_t n)
 {
     constexpr int kBlock = Pixel == 3 ? 24 : 8;
+    const auto mapBlock = [&](std::int64_t at) {
+        std::uint16_t r[kBlock / 2];
+#pragma GCC unroll 12
+        for (int j = 0; j < kBlock / 2; ++j) {
+            std::uint16_t k;
+            std::memcpy(&k, s + at + 2 * j, 2);
+            r[j] = pair[(2 * j) % Pixel][k];
+        }
+        std::memcpy(d + at, r, kBlock);
+    };
     std::int64_t i = 0;
     for (; i + 8 * kBlock <= n; i += 8 * kBlock) {
         prefetchAhead(s + i, 8 * kBlock);
-        for (int q = 0; q < 8 * kBlock; q += kBlock) {
-            std::uint16_t r[kBlock / 2];
-#pragma GCC unroll 12
-            for (int j = 0; j < kBlock / 2; ++j) {
-                std::uint16_t k;
-                std::memcpy(&k, s + i + q + 2 * j, 2);
-                r[j] = pair[(2 * j) % Pixel][k];
-            }
-            std::memcpy(d + i + q, r, kBlock);
-        }
+        for (int q = 0; q < 8 * kBlock; q += kBlock)
+            mapBlock(i + q);
     }
-    for (; i + kBlock <= n; i += kBlock) {
-        std::uint16_t r[kBlock / 2];
-        for (int j = 0; j < kBlock / 2; ++j) {
-            std::uint16_t k;
-            std::memcpy(&k, s + i + 2 * j, 2);
-            r[j] = pair[(2 * j) % Pixel][k];
-        }
-        std::memcpy(d + i, r, kBlock);
-    }
+    for (; i + kBlock <= n; i += kBlock)
+        mapBlock(i);
     for (; i < n; ++i)
         d[i] = tab[i % Pixel][s[i]];
 }
