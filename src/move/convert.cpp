@@ -16,6 +16,7 @@
 #include "core/image.h"
 #include "core/scale.h"
 #include "core/simd.h"
+#include "core/streaming.h"
 #include "pvxcore.h"
 #include "pvxi.h"
 #include "pvxi_impl.h"
@@ -418,17 +419,10 @@ void convertRow(const R& row, typename R::Dst* d, std::ptrdiff_t n, Rows how)
     }
 }
 
-// Cache-bypassing stores, as for Set: when the bytes read and written exceed
-// 1 MiB and are at least the largest cache, the destination would not stay
-// cached anyway.
-constexpr std::int64_t kStreamMinBytes = 1048576;
-
+// Cache-bypassing stores by Set's rule, on the bytes read and written.
 Rows storesFor(std::int64_t bytesMoved)
 {
-    if (bytesMoved <= kStreamMinBytes)
-        return Rows::Cached;
-    int cache = 0;
-    return pvxGetMaxCacheSizeB(&cache) == pvxStsOk && bytesMoved >= cache ? Rows::Streamed : Rows::Cached;
+    return bypassesCache(bytesMoved) ? Rows::Streamed : Rows::Cached;
 }
 
 // Converts the ROI with an element kernel. Contiguous images are one row.

@@ -7,6 +7,7 @@
 #include "core/image.h"
 #include "core/simd.h"
 #include "core/string_ops.h"
+#include "core/streaming.h"
 #include "pvxcore.h"
 #include "pvxi.h"
 
@@ -114,11 +115,7 @@ void fillImage(const T* pixel, T* pDst, int dstStep, PvxiSize roi)
         height = 1;
     }
     const std::int64_t total = row * height;
-    bool stream = false;
-    if (total > streamThresholdBytes(Channels)) {
-        int cache = 0;
-        stream = pvxGetMaxCacheSizeB(&cache) == pvxStsOk && total >= cache;
-    }
+    const bool stream = bypassesCache(total, streamThresholdBytes(Channels));
     Byte* d = reinterpret_cast<Byte*>(pDst);
     for (int y = 0; y < height; ++y) {
         if (stream)

@@ -20,6 +20,7 @@
 #include "core/checks.h"
 #include "core/image.h"
 #include "core/simd.h"
+#include "core/streaming.h"
 #include "pvxcore.h"
 #include "pvxi.h"
 #include "pvxi_impl.h"
@@ -296,17 +297,6 @@ void maskRow(const K& k, const A& a, const B& b, Pvx8u* d, std::intptr_t n)
         d[x] = k.pixel(a, b, x);
 }
 
-// Stores that bypass the cache pay off only when the images cannot stay in
-// it: above 1 MiB (steps times height, all images) and at least the largest
-// cache, the rule Set follows.
-bool streamStores(std::int64_t bytes)
-{
-    if (bytes <= (std::int64_t{1} << 20))
-        return false;
-    int cache = 0;
-    return pvxGetMaxCacheSizeB(&cache) == pvxStsOk && bytes >= cache;
-}
-
 template <class T, int Pixel, int Used, class TestOp, class A, class B>
 void maskImage(const TestOp& test, const A& a, const B& b, Pvx8u* d, int dStep, PvxiSize roi, bool stream)
 {
@@ -357,7 +347,7 @@ PvxStatus compareImages(const T* pSrc1, int src1Step, const T* pSrc2, int src2St
         return pvxStsSizeErr;
     if (cmpOp < pvxCmpLess || cmpOp > pvxCmpGreater)
         return pvxStsOk;
-    const bool stream = streamStores((std::int64_t{src1Step} + src2Step + dstStep) * roiSize.height);
+    const bool stream = bypassesCache((std::int64_t{src1Step} + src2Step + dstStep) * roiSize.height);
     const PvxiSize roi = mergedRoi<T, Pixel>(roiSize, src1Step, src2Step, dstStep);
     const ImageRows<T, Pixel> a{pSrc1, src1Step}, b{pSrc2, src2Step};
     switch (cmpOp) {
@@ -425,7 +415,7 @@ PvxStatus compareConstant(const T* pSrc, int srcStep, const T* values, Pvx8u* pD
     if constexpr (std::is_integral_v<T>)
         if ((cmpOp == pvxCmpLessEq && allHighest) || (cmpOp == pvxCmpGreaterEq && allLowest))
             return fillMask(255, pDst, dstStep, roiSize);
-    const bool stream = streamStores((std::int64_t{srcStep} + dstStep) * roiSize.height);
+    const bool stream = bypassesCache((std::int64_t{srcStep} + dstStep) * roiSize.height);
     const PvxiSize roi = mergedRoi<T, Pixel>(roiSize, srcStep, srcStep, dstStep);
     const ImageRows<T, Pixel> a{pSrc, srcStep};
     const ConstantRow<T, Pixel> b(values, Used);
@@ -471,7 +461,7 @@ PvxStatus compareEqualEps(const T* pSrc1, int src1Step, const T* pSrc2, int src2
         return pvxStsSizeErr;
     if (eps < 0)
         return pvxStsEpsValErr;
-    const bool stream = streamStores((std::int64_t{src1Step} + src2Step + dstStep) * roiSize.height);
+    const bool stream = bypassesCache((std::int64_t{src1Step} + src2Step + dstStep) * roiSize.height);
     const PvxiSize roi = mergedRoi<T, Pixel>(roiSize, src1Step, src2Step, dstStep);
     maskImage<T, Pixel, Used>(NearTest(eps), ImageRows<T, Pixel>{pSrc1, src1Step}, ImageRows<T, Pixel>{pSrc2, src2Step},
                               pDst, dstStep, roi, stream);
@@ -490,7 +480,7 @@ PvxStatus compareEqualEpsConstant(const T* pSrc, int srcStep, const T* values, P
         return pvxStsSizeErr;
     if (eps < 0)
         return pvxStsEpsValErr;
-    const bool stream = streamStores((std::int64_t{srcStep} + dstStep) * roiSize.height);
+    const bool stream = bypassesCache((std::int64_t{srcStep} + dstStep) * roiSize.height);
     const PvxiSize roi = mergedRoi<T, Pixel>(roiSize, srcStep, srcStep, dstStep);
     maskImage<T, Pixel, Used>(NearTest(eps), ImageRows<T, Pixel>{pSrc, srcStep}, ConstantRow<T, Pixel>(values, Used),
                               pDst, dstStep, roi, stream);
